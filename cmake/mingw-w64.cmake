@@ -1,0 +1,16 @@
+# Cross-compiler of Debian's g++-mingw-w64-x86-64-posix package; programs built with it run under Wine.
+set(CMAKE_SYSTEM_NAME Windows)
+set(CMAKE_SYSTEM_PROCESSOR x86_64)
+set(VPR_CROSS x86_64-w64-mingw32)
+set(CMAKE_C_COMPILER ${VPR_CROSS}-gcc-posix)
+set(CMAKE_CXX_COMPILER ${VPR_CROSS}-g++-posix)
+set(CMAKE_RC_COMPILER ${VPR_CROSS}-windres)
+set(CMAKE_AR ${VPR_CROSS}-gcc-ar-posix CACHE FILEPATH "archiver")
+set(CMAKE_RANLIB ${VPR_CROSS}-gcc-ranlib-posix CACHE FILEPATH "ranlib")
+set(CMAKE_FIND_ROOT_PATH /usr/${VPR_CROSS})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+# Test programs start through the project's own wrapper, which picks the prepared Wine prefix.
+set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/../tools/run-wine)
