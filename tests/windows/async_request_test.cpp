@@ -1,0 +1,324 @@
+#include "download/async_request.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <future>
+#include <optional>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "download/http_conversation.h"
+#include "download/retry_rules.h"
+#include "tests/support/loopback_server.h"
+
+namespace launcher_download {
+namespace {
+
+using test_support::LoopbackServer;
+using test_support::Reply;
+using test_support::Signal;
+using Exchange = LoopbackServer::Exchange;
+
+constexpr DWORD kHeaderWaitMs = 400;
+
+/// The handles under one wrapper, made by hand so that the wrapper alone is under test.
+struct Handles {
+    explicit Handles(unsigned short port, DWORD headerWaitMs = kHeaderWaitMs) {
+        EXPECT_TRUE(session.Hold(WinHttpOpen(L"test", WINHTTP_ACCESS_TYPE_NO_PROXY, WINHTTP_NO_PROXY_NAME,
+                                             WINHTTP_NO_PROXY_BYPASS, WINHTTP_FLAG_ASYNC)));
+        EXPECT_TRUE(connection.Hold(WinHttpConnect(session.Get(), L"127.0.0.1", port, 0)));
+        EXPECT_TRUE(request.Hold(WinHttpOpenRequest(connection.Get(), L"GET", L"/x", nullptr, WINHTTP_NO_REFERER,
+                                                    WINHTTP_DEFAULT_ACCEPT_TYPES, 0)));
+        EXPECT_TRUE(WinHttpSetTimeouts(request.Get(), 1000, 1000, 1000, static_cast<int>(headerWaitMs)));
+        EXPECT_TRUE(WinHttpSetOption(request.Get(), WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, &headerWaitMs,
+                                     sizeof(headerWaitMs)));
+    }
+    std::function<void()> Stop() {
+        return [this] {
+            ++stops;
+            request.Close();
+        };
+    }
+
+    SharedInternetHandle session;
+    SharedInternetHandle connection;
+    SharedInternetHandle request;
+    int stops = 0;
+};
+
+unsigned short ClosedPort() {
+    return LoopbackServer(Reply{}).Port();
+}
+
+/// Ends the program if `work` hangs: there is nothing left to join then.
+void RunWithin(std::chrono::seconds limit, const std::function<void()>& work) {
+    std::future<void> done = std::async(std::launch::async, work);
+    if (done.wait_for(limit) == std::future_status::ready) return done.get();
+    std::fprintf(stderr, "a wait without end\n");
+    std::fflush(stderr);
+    std::abort();
+}
+
+TEST(AsyncRequest, AnExchange_GivesTheBody) {
+    Reply reply;
+    reply.body = "the body";
+    LoopbackServer server(reply);
+    Handles handles(server.Port());
+    AsyncWinHttpRequest request(handles.request.Get(), handles.Stop(), {});
+    ASSERT_TRUE(request.Send(L"X-Test: 1\r\n", 11));
+    ASSERT_TRUE(request.Receive());
+    std::string body;
+    for (;;) {
+        DWORD count = 0;
+        ASSERT_TRUE(request.QueryAvailable(count));
+        if (count == 0) break;
+        char block[64];
+        ASSERT_TRUE(request.Read(block, std::min<DWORD>(count, sizeof(block)), count));
+        body.append(block, count);
+    }
+    EXPECT_EQ(body, reply.body);
+    ASSERT_EQ(server.Requests().size(), 1u);
+    EXPECT_NE(server.Requests()[0].find("\r\nX-Test: 1\r\n"), std::string::npos);
+}
+
+TEST(AsyncRequest, ARead_GivesNoMoreThanItsBuffer) {
+    Reply reply;
+    reply.body = "0123456789";
+    LoopbackServer server(reply);
+    Handles handles(server.Port());
+    AsyncWinHttpRequest request(handles.request.Get(), handles.Stop(), {});
+    ASSERT_TRUE(request.Send(nullptr, 0));
+    ASSERT_TRUE(request.Receive());
+    char block[10] = {};
+    DWORD count = 0;
+    ASSERT_TRUE(request.Read(block, 4, count));
+    EXPECT_EQ(count, 4u);
+    EXPECT_EQ(std::string(block), "0123");
+}
+
+TEST(AsyncRequest, WithoutAHandle_EveryOperationIsAnInternalError) {
+    int stops = 0;
+    AsyncWinHttpRequest request(nullptr, [&stops] { ++stops; }, {});
+    DWORD count = 7;
+    char block[1];
+    SetLastError(0);
+    EXPECT_FALSE(request.Send(nullptr, 0));
+    EXPECT_EQ(GetLastError(), 12004u);
+    EXPECT_FALSE(request.Receive());
+    EXPECT_FALSE(request.QueryAvailable(count));
+    EXPECT_EQ(count, 0u);
+    SetLastError(0);
+    EXPECT_FALSE(request.Read(block, 1, count));
+    EXPECT_EQ(GetLastError(), 12004u);
+}
+
+TEST(AsyncRequest, AbortedBeforeItsStart_SendsNothing) {
+    LoopbackServer server(Reply{});
+    {
+        Handles handles(server.Port());
+        AsyncWinHttpRequest request(handles.request.Get(), handles.Stop(), [] { return true; });
+        EXPECT_FALSE(request.Send(nullptr, 0));
+        EXPECT_EQ(GetLastError(), 12017u);
+        EXPECT_EQ(handles.stops, 0);
+    }
+    EXPECT_TRUE(server.Requests().empty());
+}
+
+TEST(AsyncRequest, APassedDeadline_SendsNothing) {
+    LoopbackServer server(Reply{});
+    {
+        Handles handles(server.Port());
+        AsyncWinHttpRequest request(handles.request.Get(), handles.Stop(), {}, GetTickCount64());
+        EXPECT_FALSE(request.Send(nullptr, 0));
+        EXPECT_EQ(GetLastError(), 12017u);
+    }
+    EXPECT_TRUE(server.Requests().empty());
+}
+
+TEST(AsyncRequest, ADeadlineInAWait_EndsItAndClosesOnce) {
+    LoopbackServer server([](Exchange& exchange) { exchange.AwaitClientClose(); });
+    Handles handles(server.Port());
+    {
+        AsyncWinHttpRequest request(handles.request.Get(), handles.Stop(), {}, GetTickCount64() + 100);
+        const bool received = request.Send(nullptr, 0) && request.Receive();
+        const DWORD error = GetLastError();
+        EXPECT_FALSE(received);
+        EXPECT_EQ(error, 12017u);
+        EXPECT_EQ(handles.stops, 1);
+        EXPECT_EQ(handles.request.Get(), nullptr);
+    }
+    EXPECT_EQ(handles.stops, 2);  // the destructor's, which finds nothing to close
+}
+
+TEST(AsyncRequest, AnAbortWhileTheBodyStalls_EndsTheWait) {
+    Signal aborting;
+    LoopbackServer server([&aborting](Exchange& exchange) {
+        exchange.Send("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n0123456789");
+        exchange.Await(aborting.Get());
+    });
+    Handles handles(server.Port(), 5000);
+    bool stalled = false;
+    AsyncWinHttpRequest request(handles.request.Get(), handles.Stop(), [&] {
+        if (stalled) aborting.Set();
+        return stalled;
+    });
+    ASSERT_TRUE(request.Send(nullptr, 0));
+    ASSERT_TRUE(request.Receive());
+    std::string body(100, '\0');
+    DWORD count = 0;
+    ASSERT_TRUE(request.QueryAvailable(count));
+    ASSERT_TRUE(request.Read(body.data(), count, count));
+    ASSERT_EQ(count, 10u);
+    // The next wait has nothing to find; the abort comes while it waits or just before.
+    stalled = true;
+    EXPECT_FALSE(request.QueryAvailable(count));
+    EXPECT_EQ(GetLastError(), 12017u);
+    EXPECT_EQ(count, 0u);
+}
+
+TEST(AsyncRequest, AStalledHeader_EndsAtItsTimeoutAsATimeout) {
+    LoopbackServer server([](Exchange& exchange) { exchange.AwaitClientClose(); });
+    Handles handles(server.Port());
+    AsyncWinHttpRequest request(handles.request.Get(), handles.Stop(), {});
+    const std::uint64_t start = GetTickCount64();
+    const bool received = request.Send(nullptr, 0) && request.Receive();
+    const DWORD error = GetLastError();
+    EXPECT_FALSE(received);
+    EXPECT_EQ(error, 12002u);
+    EXPECT_LT(GetTickCount64() - start, 5000u);
+}
+
+TEST(AsyncRequest, ARefusedConnection_IsToldAsSuch) {
+    Handles handles(ClosedPort());
+    AsyncWinHttpRequest request(handles.request.Get(), handles.Stop(), {});
+    const bool received = request.Send(nullptr, 0) && request.Receive();
+    const DWORD error = GetLastError();
+    EXPECT_FALSE(received);
+    EXPECT_EQ(error, 12029u);
+}
+
+TEST(AsyncRequest, AResetConnection_IsATransientError) {
+    LoopbackServer server([](Exchange& exchange) { exchange.Reset(); });
+    Handles handles(server.Port());
+    AsyncWinHttpRequest request(handles.request.Get(), handles.Stop(), {});
+    const bool received = request.Send(nullptr, 0) && request.Receive();
+    const DWORD error = GetLastError();
+    EXPECT_FALSE(received);
+    EXPECT_TRUE(IsTransientWinHttpError(error)) << error;
+}
+
+TEST(AsyncRequest, DestroyedAtOnce_DoesNotHang) {
+    LoopbackServer server(Reply{});
+    RunWithin(std::chrono::seconds(30), [&server] {
+        for (int i = 0; i < 50; ++i) {
+            Handles handles(server.Port());
+            const AsyncWinHttpRequest request(handles.request.Get(), handles.Stop(), {});
+        }
+    });
+}
+
+/// Closes a request from another thread and late, as a `stop` may; what has come to an end before is then visible.
+class LateStop {
+  public:
+    explicit LateStop(SharedInternetHandle& request) : request_(request) {}
+    ~LateStop() {
+        if (closer_.joinable()) closer_.join();
+    }
+    void operator()() {
+        if (closer_.joinable()) return;
+        closer_ = std::thread([this] {
+            Sleep(100);
+            request_.Close();
+        });
+    }
+
+  private:
+    SharedInternetHandle& request_;
+    std::thread closer_;
+};
+
+TEST(AsyncRequest, Destruction_WaitsUntilTheHandleIsClosed) {
+    LoopbackServer server(Reply{});
+    Handles handles(server.Port());
+    LateStop stop(handles.request);
+    {
+        const AsyncWinHttpRequest request(handles.request.Get(), [&stop] { stop(); }, {});
+    }
+    EXPECT_EQ(handles.request.Get(), nullptr);
+}
+
+TEST(AsyncRequest, AnAbortedWait_EndsOnlyWhenTheHandleIsClosed) {
+    LoopbackServer server([](Exchange& exchange) { exchange.AwaitClientClose(); });
+    Handles handles(server.Port());
+    LateStop stop(handles.request);
+    AsyncWinHttpRequest request(
+        handles.request.Get(), [&stop] { stop(); }, {}, GetTickCount64() + 50);
+    const bool received = request.Send(nullptr, 0) && request.Receive();
+    EXPECT_EQ(handles.request.Get(), nullptr);
+    EXPECT_FALSE(received);
+}
+
+/// A server that answers in pieces, at random moments, and sometimes not at all.
+void AnswerAtRandom(Exchange& exchange) {
+    thread_local std::mt19937 random(std::random_device{}());
+    exchange.Pause(random() % 8);
+    if (random() % 8 == 0) exchange.Reset();
+    if (random() % 4 == 0) return;
+    exchange.Send("HTTP/1.1 200 OK\r\nContent-Length: 30000\r\n\r\n");
+    for (int piece = 0; piece < 3; ++piece) {
+        exchange.Pause(random() % 8);
+        if (!exchange.Send(std::string(10000, 'x'))) return;
+    }
+}
+
+/// One request that is given up at a random moment, or not; the count of body bytes, or none if it failed.
+std::optional<std::size_t> AskAtRandom(unsigned short port, std::mt19937& random) {
+    Handles handles(port, 2000);
+    unsigned pollsLeft = random() % 60;
+    const std::uint64_t deadline = random() % 3 == 0 ? 0 : GetTickCount64() + 1 + random() % 40;
+    AsyncWinHttpRequest request(
+        handles.request.Get(), handles.Stop(), [&pollsLeft] { return pollsLeft != 0 && --pollsLeft == 0; }, deadline);
+    if (!request.Send(nullptr, 0) || !request.Receive()) return std::nullopt;
+    std::size_t held = 0;
+    std::vector<char> block(4096);
+    for (;;) {
+        DWORD count = 0;
+        if (!request.QueryAvailable(count)) return std::nullopt;
+        if (count == 0) return held;
+        if (!request.Read(block.data(), std::min<DWORD>(count, 4096), count)) return std::nullopt;
+        held += count;
+    }
+}
+
+TEST(AsyncRequest, ManyGivenUpAtRandomMomentsOnFourThreads_AllEnd) {
+    constexpr int kThreads = 4;
+    constexpr int kRequestsEach = 150;
+    LoopbackServer server(AnswerAtRandom);
+    std::atomic<int> whole{0};
+    std::atomic<int> givenUp{0};
+    RunWithin(std::chrono::seconds(120), [&] {
+        std::vector<std::thread> threads;
+        for (unsigned seed = 0; seed < kThreads; ++seed) {
+            threads.emplace_back([&, seed] {
+                std::mt19937 random(seed);
+                for (int i = 0; i < kRequestsEach; ++i) {
+                    const std::optional<std::size_t> bytes = AskAtRandom(server.Port(), random);
+                    ++(bytes == 30000u ? whole : givenUp);
+                }
+            });
+        }
+        for (std::thread& thread : threads)
+            thread.join();
+    });
+    // Both kinds must have happened, or the schedule tried nothing.
+    EXPECT_EQ(whole + givenUp, kThreads * kRequestsEach);
+    EXPECT_GT(whole, 10);
+    EXPECT_GT(givenUp, 10);
+}
+
+}  // namespace
+}  // namespace launcher_download

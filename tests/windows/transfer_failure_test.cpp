@@ -1,0 +1,220 @@
+#include "tests/windows/transfer_fixture.h"
+
+#include "download/retry_rules.h"
+
+namespace launcher_download {
+namespace {
+
+using Transfer_Failure = TransferTest;
+
+struct RefusedReply {
+    const char* name;
+    Reply reply;
+    const wchar_t* reason;
+    std::uint32_t status;
+};
+
+TEST_F(Transfer_Failure, ResponsesThatAreRefused_StoreNothing) {
+    const Reply good = Whole(payload_);
+    const RefusedReply refused[] = {
+        {"not found", WithStatus(good, "404 Not Found"), L"http-error", 404},
+        {"range without asking", WithStatus(good, "416 Range Not Satisfiable"), L"http-error", 416},
+        {"not implemented", WithStatus(good, "501 Not Implemented"), L"http-error", 501},
+        {"not modified", WithLength(WithStatus(Reply{}, "304 Not Modified"), ""), L"http-error", 304},
+        {"created", WithStatus(good, "201 Created"), L"http-error", 201},
+        {"html", WithHeader(good, "Content-Type: text/html"), L"html-response", 200},
+        {"html with parameters", WithHeader(good, "Content-Type: TEXT/Html; charset=utf-8"), L"html-response", 200},
+        {"gzip", WithHeader(good, "Content-Encoding: gzip"), L"unexpected-encoding", 200},
+        {"longer", WithLength(good, "Content-Length: 1001"), L"content-length-mismatch", 200},
+        {"shorter", WithLength(good, "Content-Length: 999"), L"content-length-mismatch", 200},
+        {"no number", WithLength(good, "Content-Length: 0x3e8"), L"content-length-mismatch", 200},
+        {"beyond 32 bits", WithLength(good, "Content-Length: 4294968296"), L"content-length-mismatch", 200},
+        {"beyond 64 bits", WithLength(good, "Content-Length: 18446744073709552616"), L"content-length-mismatch", 200},
+        {"transient", WithStatus(good, "503 Service Unavailable"), L"download-retries-exhausted", 503},
+        {"server error", WithStatus(good, "500 Internal Server Error"), L"download-retries-exhausted", 500},
+        {"part without asking", WithHeader(WithStatus(good, "206 Partial Content"), "Content-Range: bytes 0-999/1000"),
+         L"download-retries-exhausted", 206},
+    };
+    for (const RefusedReply& row : refused) {
+        SCOPED_TRACE(row.name);
+        const Result result = Fetch(row.reply);
+        ExpectFailure(result, row.reason);
+        EXPECT_EQ(result.httpStatus, row.status);
+        EXPECT_EQ(result.osError, 0u);
+        EXPECT_EQ(Course(), (std::vector{Phase::connecting, Phase::failed}));
+        EXPECT_EQ(FileLength(PartPath()), 0);
+    }
+}
+
+TEST_F(Transfer_Failure, ARedirectOnLoopback_IsNotFollowed) {
+    for (const char* status :
+         {"301 Moved Permanently", "302 Found", "303 See Other", "307 Temporary Redirect", "308 Permanent Redirect"}) {
+        LoopbackServer server([&](Exchange& exchange) {
+            if (exchange.Request().starts_with("GET /payload ")) {
+                exchange.Send(WithHeader(WithStatus(Reply{}, status), "Location: /elsewhere"));
+            } else {
+                exchange.Send(Whole(payload_));
+            }
+        });
+        const Result result = Fetch(server.Url());
+        ExpectFailure(result, L"http-error");
+        EXPECT_EQ(result.httpStatus / 100, 3u);
+        EXPECT_EQ(server.Requests().size(), 1u);
+    }
+}
+
+TEST_F(Transfer_Failure, APartWithoutAsking_ReportsTheRestart) {
+    ExpectFailure(Fetch(WithStatus(Whole(payload_), "206 Partial Content")), L"download-retries-exhausted");
+    EXPECT_TRUE(reports_.back().restarted);
+    EXPECT_EQ(reports_.back().bytes, 0u);
+}
+
+TEST_F(Transfer_Failure, WrongBytesOfTheRightLength_LeaveAnEmptyFile) {
+    std::string wrong = payload_;
+    wrong.back() = static_cast<char>(wrong.back() ^ 1);
+    const Result result = Fetch(Whole(wrong));
+    ExpectFailure(result, L"sha256-mismatch");
+    EXPECT_EQ(result.httpStatus, 200u);
+    EXPECT_EQ(Course(), (std::vector{Phase::connecting, Phase::receiving, Phase::verifying, Phase::failed}));
+    EXPECT_EQ(FileLength(PartPath()), 0);
+}
+
+TEST_F(Transfer_Failure, EverySingleFlippedByte_IsNeverASuccess) {
+    payload_ = MakePayload(40);
+    std::atomic<std::size_t> place{0};
+    LoopbackServer server([&](Exchange& exchange) {
+        std::string wrong = payload_;
+        wrong[place] = static_cast<char>(wrong[place] ^ 0x10);
+        exchange.Send(Whole(wrong));
+    });
+    for (place = 0; place < payload_.size(); ++place) {
+        ExpectFailure(Fetch(server.Url()), L"sha256-mismatch");
+    }
+    EXPECT_EQ(server.Requests().size(), payload_.size());
+}
+
+TEST_F(Transfer_Failure, AChunkBeyondTheSize_IsNotWritten) {
+    LoopbackServer server([this](Exchange& exchange) {
+        exchange.Send("HTTP/1.1 200 OK\r\n\r\n" + payload_.substr(0, 10));
+        // The first chunk is behind the client when its length shows in the file.
+        AwaitStored(exchange, 10);
+        exchange.Send(payload_.substr(10) + "x");
+    });
+    const Result result = Fetch(server.Url());
+    ExpectFailure(result, L"payload-too-large");
+    EXPECT_EQ(ReadWholeFile(PartPath()), payload_.substr(0, 10));
+    EXPECT_EQ(reports_.back().bytes, 10u);
+}
+
+TEST_F(Transfer_Failure, OneByteBehindAWholePayload_IsTooLarge) {
+    LoopbackServer server([this](Exchange& exchange) {
+        exchange.Send("HTTP/1.1 200 OK\r\n\r\n" + payload_);
+        AwaitStored(exchange, payload_.size());
+        exchange.Send("x");
+    });
+    ExpectFailure(Fetch(server.Url()), L"payload-too-large");
+    EXPECT_EQ(FileLength(PartPath()), static_cast<long long>(payload_.size()));
+}
+
+TEST_F(Transfer_Failure, ABodyCutOffAtAnyLength_KeepsWhatCame) {
+    for (const bool announced : {true, false}) {
+        for (const std::size_t length : {0u, 1u, 500u, 999u}) {
+            LoopbackServer server([&](Exchange& exchange) {
+                const std::string head =
+                    announced ? "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n" : "HTTP/1.1 200 OK\r\n\r\n";
+                exchange.Send(head + payload_.substr(0, length));
+            });
+            const Result result = Fetch(server.Url());
+            ExpectFailure(result, L"download-retries-exhausted");
+            EXPECT_EQ(ReadWholeFile(PartPath()), payload_.substr(0, length));
+            EXPECT_EQ(reports_.back().bytes, length);
+        }
+    }
+}
+
+TEST_F(Transfer_Failure, AnEmptyBody_IsNoPayload) {
+    ExpectFailure(Fetch(WithLength(Reply{}, "")), L"download-retries-exhausted");
+}
+
+TEST_F(Transfer_Failure, AResetInTheBody_IsWorthAnotherAttempt) {
+    LoopbackServer server([this](Exchange& exchange) {
+        exchange.Send("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n" + payload_.substr(0, 500));
+        AwaitStored(exchange, 500);
+        exchange.Reset();
+    });
+    const Result result = Fetch(server.Url());
+    ExpectFailure(result, L"download-retries-exhausted");
+    EXPECT_EQ(result.httpStatus, 200u);
+    EXPECT_TRUE(IsTransientWinHttpError(result.osError)) << result.osError;
+    EXPECT_EQ(ReadWholeFile(PartPath()), payload_.substr(0, 500));
+}
+
+TEST_F(Transfer_Failure, AResetBeforeTheHeaders_IsWorthAnotherAttempt) {
+    LoopbackServer server([](Exchange& exchange) { exchange.Reset(); });
+    const Result result = Fetch(server.Url());
+    ExpectFailure(result, L"download-retries-exhausted");
+    EXPECT_EQ(result.httpStatus, 0u);
+    EXPECT_TRUE(IsTransientWinHttpError(result.osError)) << result.osError;
+}
+
+TEST_F(Transfer_Failure, ARefusedConnection_IsWorthAnotherAttempt) {
+    const std::wstring url = LoopbackServer(Reply{}).Url();
+    const Result result = Fetch(url);
+    ExpectFailure(result, L"download-retries-exhausted");
+    EXPECT_EQ(result.osError, 12029u);
+    EXPECT_EQ(result.httpStatus, 0u);
+    EXPECT_EQ(Course(), (std::vector{Phase::connecting, Phase::failed}));
+}
+
+TEST_F(Transfer_Failure, AnAnswerThatIsNotHttp_IsFinal) {
+    LoopbackServer server([](Exchange& exchange) { exchange.Send("220 mail.example ready\r\n\r\n"); });
+    const Result result = Fetch(server.Url());
+    ExpectFailure(result, L"connection-failed");
+    EXPECT_NE(result.osError, 0u);
+    EXPECT_FALSE(IsTransientWinHttpError(result.osError)) << result.osError;
+}
+
+TEST_F(Transfer_Failure, HeadersThatDoNotCome_AreGivenUpAfterTenSeconds) {
+    LoopbackServer server([](Exchange& exchange) { exchange.AwaitClientClose(); });
+    const std::uint64_t start = GetTickCount64();
+    const Result result = Fetch(server.Url());
+    const std::uint64_t tookMs = GetTickCount64() - start;
+    ExpectFailure(result, L"download-retries-exhausted");
+    EXPECT_EQ(result.osError, 12002u);
+    EXPECT_GE(tookMs, 9500u);
+    EXPECT_LT(tookMs, 15000u);
+}
+
+TEST_F(Transfer_Failure, ABodyThatFallsSilent_IsGivenUpAfterFiveSeconds) {
+    LoopbackServer server([this](Exchange& exchange) {
+        exchange.Send("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n" + payload_.substr(0, 500));
+        exchange.AwaitClientClose();
+    });
+    const std::uint64_t start = GetTickCount64();
+    const Result result = Fetch(server.Url());
+    const std::uint64_t tookMs = GetTickCount64() - start;
+    ExpectFailure(result, L"download-retries-exhausted");
+    EXPECT_EQ(result.osError, 12002u);
+    EXPECT_EQ(ReadWholeFile(PartPath()), payload_.substr(0, 500));
+    EXPECT_GE(tookMs, 4500u);
+    EXPECT_LT(tookMs, 9000u);
+}
+
+TEST_F(Transfer_Failure, AnotherConnectionWanted_EndsTheAttemptAndKeepsTheBytes) {
+    Signal wanted;
+    LoopbackServer server([&](Exchange& exchange) {
+        exchange.Send("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n" + payload_.substr(0, 500));
+        exchange.Await(wanted.Get());
+    });
+    callbacks_.reconnect = [&] {
+        if (FileLength(PartPath()) == 500) wanted.Set();
+        return wanted.IsSet();
+    };
+    const Result result = Fetch(server.Url());
+    ExpectFailure(result, L"download-retries-exhausted");
+    EXPECT_EQ(result.osError, 0u);
+    EXPECT_EQ(ReadWholeFile(PartPath()), payload_.substr(0, 500));
+}
+
+}  // namespace
+}  // namespace launcher_download
