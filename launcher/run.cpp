@@ -1,0 +1,167 @@
+#include "launcher/run.h"
+
+#include <windows.h>
+
+#include <shellapi.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "launcher/application_start.h"
+#include "launcher/command_line.h"
+#include "launcher/configuration.h"
+#include "launcher/exit_codes.h"
+#include "launcher/launch_stopped.h"
+#include "launcher/update_worker.h"
+#include "platform/text.h"
+#include "product/language.h"
+#include "update/transaction/recovery.h"
+#include "update/workflow/check_and_apply.h"
+
+namespace launcher_shell {
+namespace {
+
+constexpr DWORD kPathUnits = 32768;
+
+struct Launch {
+    std::wstring launcherPath;
+    std::wstring launcherDirectory;
+    std::wstring configurationPath;
+    CommandLine commandLine;
+    LauncherConfiguration configuration;
+    ConfigurationStatus configurationStatus = ConfigurationStatus::missing;
+    launcher_update::Result updateResult;
+};
+
+/// A step's answer: nothing to go on, or the exit code of the run.
+using ExitWith = std::optional<int>;
+constexpr std::nullopt_t kGoOn = std::nullopt;
+
+ExitWith StopWithMessage(const std::wstring& message, int exitCode) {
+    ShowLaunchStopped(message);
+    return exitCode;
+}
+
+/// Before any window exists, or Windows scales them itself. The executable's manifest says the same; this call is for
+/// hosts that drop the manifest, and its failure changes nothing.
+ExitWith DeclareDpiAwareness(Launch&) {
+    SetProcessDpiAwarenessContext(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE_V2);
+    return kGoOn;
+}
+
+ExitWith FindOwnPath(Launch& launch) {
+    launch.launcherPath.resize(kPathUnits);
+    const DWORD length = GetModuleFileNameW(nullptr, launch.launcherPath.data(), kPathUnits);
+    if (length == 0 || length >= kPathUnits) return kModulePathUnreadable;
+    launch.launcherPath.resize(length);
+    const auto folder = platform::ParentPath(launch.launcherPath);
+    if (!folder) return kModulePathWithoutFolder;
+    launch.launcherDirectory = *folder;
+    launch.configurationPath = launch.launcherDirectory + L"\\current.json";
+    return kGoOn;
+}
+
+/// A command line that cannot be split is a run without arguments.
+ExitWith SplitCommandLine(Launch& launch) {
+    int count = 0;
+    wchar_t** arguments = CommandLineToArgvW(GetCommandLineW(), &count);
+    if (arguments == nullptr) return kGoOn;
+    if (count > 1) launch.commandLine = ReadCommandLine(std::vector<std::wstring>(arguments + 1, arguments + count));
+    LocalFree(arguments);
+    return kGoOn;
+}
+
+ExitWith SettleUpdateFolder(Launch& launch) {
+    std::wstring error;
+    if (launcher_update::PrepareUpdateFolder(launch.launcherDirectory, error)) return kGoOn;
+    return StopWithMessage(error, kUpdateFolderUnsettled);
+}
+
+ExitWith ReadConfiguration(Launch& launch) {
+    std::wstring error;
+    launch.configurationStatus = ReadLauncherConfiguration(launch.configurationPath, launch.configuration, error);
+    if (launch.configurationStatus == ConfigurationStatus::unusable)
+        return StopWithMessage(error, kConfigurationUnusable);
+    if (launch.configurationStatus == ConfigurationStatus::read || launch.commandLine.replacementMentioned)
+        return kGoOn;
+    if (!RebuildLauncherConfiguration(launch.launcherDirectory, launch.launcherPath, launch.configurationPath,
+                                      launch.configuration, error)) {
+        return StopWithMessage(error, kConfigurationUnusable);
+    }
+    launch.configurationStatus = ConfigurationStatus::read;
+    return kGoOn;
+}
+
+/// This build cannot replace a launcher. Going on as a normal run would start the application out of an updater's
+/// hands, so the request is refused as its own mode refuses bad arguments.
+ExitWith RefuseLauncherReplacement(Launch& launch) {
+    return launch.commandLine.replacement ? ExitWith(kLauncherReplacementRefused) : kGoOn;
+}
+
+launcher_update::Settings BuildSettings(const LauncherConfiguration& configuration) {
+    launcher_update::Settings settings;
+    settings.productVersion = configuration.productVersion;
+    settings.launcherVersion = configuration.launcherVersion;
+    settings.applicationDirectory = configuration.applicationDirectory;
+    settings.updateManifestUrl = configuration.updateManifestUrl;
+    settings.language = product::LanguageTag(product::CurrentLanguage());
+    settings.updateCheckIntervalMinutes = configuration.updateCheckIntervalMinutes;
+    return settings;
+}
+
+bool WorkflowIsWanted(const Launch& launch) {
+    return !launch.commandLine.skipUpdateCheck && launch.configurationStatus == ConfigurationStatus::read &&
+           !launch.configuration.updateManifestUrl.empty();
+}
+
+ExitWith RunUpdateWorkflow(Launch& launch) {
+    if (!WorkflowIsWanted(launch)) return kGoOn;
+    const launcher_update::Settings settings = BuildSettings(launch.configuration);
+    const auto work = [&launch, &settings] {
+        return launcher_update::CheckAndApply(launch.launcherDirectory, settings, launch.commandLine.checkForUpdates,
+                                              false, {});
+    };
+    if (!RunUpdateWorker(work, launch.updateResult)) {
+        launch.updateResult.outcome = launcher_update::Outcome::Failed;
+        launch.updateResult.error = L"Unable to start the update-check worker thread.";
+    }
+    return kGoOn;
+}
+
+/// Only a tree that may be mixed stops the launch. What else happened is a status, and there is no window yet to show
+/// one.
+ExitWith StopIfUnsafe(Launch& launch) {
+    return launch.updateResult.safeToLaunch ? kGoOn : StopWithMessage(launch.updateResult.error, kUnsafeToLaunch);
+}
+
+ExitWith StartTheApplication(Launch& launch) {
+    std::wstring path;
+    std::wstring error;
+    if (!ResolveApplicationPath(launch.launcherDirectory, launch.configuration, path, error)) {
+        return StopWithMessage(error, kApplicationNotFound);
+    }
+    const DWORD failure = StartApplication(path, launch.commandLine.forwardedArguments);
+    if (failure == ERROR_SUCCESS) return kStarted;
+    return StopWithMessage(product::LocalizedText(product::TextId::StartFailedPrefix) + std::to_wstring(failure) +
+                               product::LocalizedText(product::TextId::StartFailedSuffix) + path,
+                           static_cast<int>(failure));
+}
+
+}  // namespace
+
+int RunLauncher() {
+    constexpr ExitWith (*kSteps[])(Launch&) = {
+        DeclareDpiAwareness, FindOwnPath,
+        SplitCommandLine,  // before the settings: a run that replaces the launcher must not make them anew
+        SettleUpdateFolder,  ReadConfiguration, RefuseLauncherReplacement,
+        RunUpdateWorkflow,   StopIfUnsafe,      StartTheApplication,
+    };
+    Launch launch;
+    for (const auto step : kSteps) {
+        if (const ExitWith exitCode = step(launch)) return *exitCode;
+    }
+    return kStarted;
+}
+
+}  // namespace launcher_shell

@@ -1,0 +1,49 @@
+#include "launcher/update_worker.h"
+
+#include <windows.h>
+
+#include <process.h>
+
+#include <utility>
+
+#include "platform/unique_handle.h"
+
+namespace launcher_shell {
+namespace {
+
+/// Shared by both threads; read by the main thread only after the worker has ended.
+struct WorkerBlock {
+    std::function<launcher_update::Result()> work;
+    launcher_update::Result result;
+};
+
+unsigned __stdcall RunWork(void* argument) {
+    auto& block = *static_cast<WorkerBlock*>(argument);
+    try {
+        block.result = block.work();  // an empty callable throws
+    } catch (...) {
+        block.result.outcome = launcher_update::Outcome::Failed;
+        block.result.safeToLaunch = false;
+    }
+    return 0;
+}
+
+}  // namespace
+
+bool RunUpdateWorker(std::function<launcher_update::Result()> work, launcher_update::Result& result) {
+    WorkerBlock block{std::move(work), {}};
+    block.result.error = L"The update worker stopped unexpectedly.";
+    const platform::KernelHandle thread(
+        reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, RunWork, &block, 0, nullptr)));
+    if (!thread) return false;
+    const bool confirmed = WaitForSingleObject(thread.Get(), INFINITE) == WAIT_OBJECT_0;
+    result = std::move(block.result);
+    if (!confirmed) {
+        result.outcome = launcher_update::Outcome::Failed;
+        result.safeToLaunch = false;
+        result.error = L"The update worker completion could not be confirmed.";
+    }
+    return true;
+}
+
+}  // namespace launcher_shell
