@@ -90,12 +90,12 @@ std::string EncodeUtf8(std::wstring_view text) {
     std::string bytes;
     bytes.reserve(text.size());
     for (std::size_t at = 0; at < text.size(); ++at) {
-        const auto unit = static_cast<std::uint32_t>(text[at]);
+        const std::uint32_t unit = static_cast<char16_t>(text[at]);
         if (!IsHighSurrogate(unit) && !IsLowSurrogate(unit)) {
             AppendUtf8(bytes, unit);
             continue;
         }
-        const std::uint32_t next = at + 1 < text.size() ? static_cast<std::uint32_t>(text[at + 1]) : 0;
+        const std::uint32_t next = at + 1 < text.size() ? static_cast<char16_t>(text[at + 1]) : u'\0';
         if (IsHighSurrogate(unit) && IsLowSurrogate(next)) {
             AppendUtf8(bytes, 0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00));
             ++at;

@@ -36,8 +36,8 @@ std::string ManifestOf(std::size_t bytes) {
     std::size_t budget = bytes - kPackages * 400 - 2000;  // the packages' own keys and everything else
     std::vector<JsonObject> packages;
     for (std::size_t number = 0; number < kPackages; ++number) {
-        const std::size_t share = budget / (kPackages - number) / entryBytes;
-        const std::size_t entries = std::min(kMostEntries, std::max<std::size_t>(share, 1));
+        const std::size_t fitting = budget / entryBytes - (kPackages - number - 1);  // one is left for each of the rest
+        const std::size_t entries = std::min(kMostEntries, fitting);
         packages.push_back(Package(number, entries));
         budget -= entries * entryBytes;
     }

@@ -1,0 +1,114 @@
+"""demo.py OUTPUT: runs inside the lab. Makes a release with the publishers' program, serves it under the production
+names, lets the shipped launcher update an installation, and shows what changed."""
+
+import json
+import os
+import subprocess
+import sys
+from pathlib import Path
+
+TOP = Path(__file__).resolve().parent.parent
+sys.path.insert(0, str(TOP / "tests/e2e"))
+
+from lab import Lab, Reply, STATE, app_binary, install, names  # noqa: E402
+
+OUT = Path(sys.argv[1])
+OLD, NEW = "1.0.0.0", "1.1.0.0"
+NOTES = {
+    "defaultLocale": "en",
+    "localizations": [{
+        "locale": "en",
+        "summary": "Quieter starts and a new theme.",
+        "highlights": ["The first sound plays without a click.", "Theme “Dawn” for bright rooms."],
+    }],
+}
+
+
+def say(text=""):
+    print(text)
+
+
+def headline(text):
+    say(f"\n-- {text}")
+
+
+def make_release():
+    """What a publisher does: a folder of new files becomes a manifest and a folder to upload."""
+    files = OUT / "new-files/Velmora Pine Relay"
+    (files / "Themes").mkdir(parents=True)
+    (files / "Velmora Pine Relay.exe").write_bytes(app_binary(NEW))
+    (files / "Themes/dawn.vprtheme").write_bytes(b"dawn: bright\n")
+    (OUT / "notes.json").write_text(json.dumps(NOTES), encoding="utf-8")
+    command = ["tools/make_release.py", "--version", NEW, "--minimum-launcher", "1.0.0.0", "--files", OUT / "new-files",
+               "--notes", OUT / "notes.json", "--base-url", names.release_base_url("primary", NEW), "--out", OUT / "release"]
+    shown = [str(part).replace(str(OUT), "build/demo") for part in command]
+    say("$ " + " ".join(shown))
+    subprocess.run(["/usr/bin/python3", *command], cwd=TOP, check=True)
+
+
+def serve(lab):
+    lab.on(*names.manifest_place("primary"), Reply(200, (OUT / "release/stable.json").read_bytes()))
+    host, folder = names.release_place("primary", NEW)
+    for upload in sorted((OUT / "release/upload").iterdir()):
+        lab.on(host, folder + upload.name, Reply(200, upload.read_bytes(), etag=f'"{upload.name}-1"'))
+        say(f"https://{host}{folder}{upload.name}")
+
+
+def take_picture(name):
+    subprocess.run(["import", "-window", "root", "-trim", "+repage", OUT / name], check=True,
+                   env={**os.environ, "DISPLAY": os.environ["VPR_WINE_DISPLAY"]})
+    say(f"picture: build/demo/{name}")
+
+
+def show_run(result):
+    for request in result.requests:
+        say(f"   {request}")
+    say(f"   the launcher left with {result.exit_code} after {result.elapsed:.2f} s")
+    say(f"   started: version {result.app.version} with arguments {result.app.args}")
+
+
+def show_changes(before, after):
+    for path in sorted(before.keys() | after.keys()):
+        if before.get(path) != after.get(path):
+            kind = "new    " if path not in before else "gone   " if path not in after else "changed"
+            say(f"   {kind} {path}")
+
+
+def demo(lab):
+    headline("a publisher makes release " + NEW)
+    make_release()
+    headline("it is served over HTTPS under the production names, on loopback addresses")
+    serve(lab)
+    headline(f"version {OLD} is installed; the user starts the launcher with a file to open")
+    tree = install(lab, "Velmora", app_version=OLD)
+    before = tree.snapshot(exclude=STATE)
+    run = lab.start(tree, ["C:\\Music\\first song.wav"], ["wait"])
+    run.wait_for_window("dialog")
+    take_picture("prompt.png")
+    run.click(6)  # yes
+    result = run.wait()
+    show_run(result)
+    headline("what changed in the installation")
+    show_changes(before, tree.snapshot(exclude=STATE))
+    say(f"   current.json says {tree.read_configuration()['productVersion']}")
+    tree.assert_no_leftovers()
+    headline("the next start finds nothing to do")
+    again = lab.run(tree, ["--check-for-updates"])
+    show_run(again)
+    assert result.app.version == again.app.version == NEW and len(again.requests) == 1
+
+
+def main():
+    lab = Lab()
+    lab.begin_test("demo")
+    failed = True
+    try:
+        demo(lab)
+        failed = False
+    finally:
+        lab.end_test(failed)
+        lab.close()
+    say("\nthe demo went well")
+
+
+main()
