@@ -6,10 +6,9 @@ import time
 import pytest
 
 from lab import (
-    APPLICATION_PATH, LAUNCHER, STATE, Package, Release, app_binary, deep_folder, file_version, install, names, note, notes,
+    APPLICATION_PATH, STATE, Package, Release, app_binary, deep_folder, install, names, note, notes,
 )
 from lab.install import APPLICATION_FOLDER
-from lab.programs import read_program
 
 THEME = f"{APPLICATION_FOLDER}/Themes/dawn.vprtheme"
 READING = f"{APPLICATION_FOLDER}/JapaneseReading/aromanize.js"
@@ -264,7 +263,3 @@ def test_update_below_a_path_beyond_260_characters(lab):
     assert len(tree.windows()) > 260
     release().publish(lab)
     assert_version(tree, AFTER, lab.run(tree, answers=["yes"]))
-
-
-def test_shipped_launcher_knows_its_version():
-    assert file_version(read_program(LAUNCHER)) == "1.0.0.0"
