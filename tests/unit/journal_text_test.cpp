@@ -138,6 +138,15 @@ TEST(Journal, SlashesInATarget_AreTurned) {
     EXPECT_EQ(read, (TransactionTargets{{L"a\\b", true}}));
 }
 
+TEST(Journal, BackupFolder_IsANameAlone) {
+    for (const wchar_t* name : {L"backup-", L"backup-1.0.0.0-1-2", L"BACKUP-x", L"backup-.."})
+        EXPECT_TRUE(IsBackupDirectoryName(name)) << name;
+    for (const wchar_t* name : {L"", L"backup", L"xbackup-1", L" backup-1", L"backup-\\x", L"backup-/x", L"backup-1\\"})
+        EXPECT_FALSE(IsBackupDirectoryName(name)) << name;
+    // Windows would cut the name there and find another folder than was judged.
+    EXPECT_FALSE(IsBackupDirectoryName(std::wstring_view(L"backup-\0x", 9)));
+}
+
 TEST(Journal, FaultsOfTheFrame_AreOneMessage) {
     const std::string target = "{\"path\": \"a\", \"hadOriginal\": true}";
     for (const std::string& text :

@@ -16,6 +16,7 @@ TEST(Paths, ToLongPath_PutsThePrefixInFront) {
     };
     for (const Row& row : {Row{L"C:\\a\\b", L"\\\\?\\C:\\a\\b"},
                            {L"C:/a/b", L"\\\\?\\C:\\a\\b"},
+                           {L"C:\\", L"\\\\?\\C:\\"},
                            {L"?:\\a", L"\\\\?\\?:\\a"},
                            {L"\\\\server\\share\\a", L"\\\\?\\UNC\\server\\share\\a"},
                            {L"//server/share/a", L"\\\\?\\UNC\\server\\share\\a"},
@@ -32,6 +33,8 @@ TEST(Paths, ToLongPath_PutsThePrefixInFront) {
 
 TEST(Paths, ToPackageLongPath_LeavesSlashes) {
     EXPECT_EQ(ToPackageLongPath(L"C:\\a/b"), L"\\\\?\\C:\\a/b");
+    EXPECT_EQ(ToPackageLongPath(L"C:/"), L"\\\\?\\C:/");
+    EXPECT_EQ(ToPackageLongPath(L"C:"), L"C:");
     EXPECT_EQ(ToPackageLongPath(L"C:/a/b"), L"\\\\?\\C:/a/b");
     EXPECT_EQ(ToPackageLongPath(L"\\\\s\\t/a"), L"\\\\?\\UNC\\s\\t/a");
     EXPECT_EQ(ToPackageLongPath(L"\\\\?\\C:\\a/b"), L"\\\\?\\C:\\a/b");

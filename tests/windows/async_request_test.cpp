@@ -14,6 +14,7 @@
 #include "download/http_conversation.h"
 #include "download/retry_rules.h"
 #include "tests/support/loopback_server.h"
+#include "tests/support/stand_in.h"
 
 namespace launcher_download {
 namespace {
@@ -21,6 +22,7 @@ namespace {
 using test_support::LoopbackServer;
 using test_support::Reply;
 using test_support::Signal;
+using test_support::StandIn;
 using Exchange = LoopbackServer::Exchange;
 
 constexpr DWORD kHeaderWaitMs = 400;
@@ -260,6 +262,110 @@ TEST(AsyncRequest, AnAbortedWait_EndsOnlyWhenTheHandleIsClosed) {
     const bool received = request.Send(nullptr, 0) && request.Receive();
     EXPECT_EQ(handles.request.Get(), nullptr);
     EXPECT_FALSE(received);
+}
+
+using OnSetCallback = StandIn<"WinHttpSetStatusCallback", decltype(WinHttpSetStatusCallback)>;
+using OnReceive = StandIn<"WinHttpReceiveResponse", decltype(WinHttpReceiveResponse)>;
+using OnQueryAvailable = StandIn<"WinHttpQueryDataAvailable", decltype(WinHttpQueryDataAvailable)>;
+
+/// A wrapper whose callback the test calls in WinHTTP's place, from within the call that it answers.
+class AsyncRequest_Callback : public ::testing::Test {
+  protected:
+    void Report(DWORD status, void* information = nullptr, DWORD length = 0) {
+        callback_(handles_.request.Get(), reinterpret_cast<DWORD_PTR>(&*request_), status, information, length);
+    }
+    /// Makes the wait for headers, during which `reports` runs; its success or the error it leaves.
+    DWORD ReceiveDuring(const std::function<BOOL()>& reports) {
+        const OnReceive receive([&reports](HINTERNET, LPVOID) { return reports(); });
+        SetLastError(0);
+        return request_->Receive() ? 0 : GetLastError();
+    }
+    DWORD ReceiveAfterError(DWORD error) {
+        return ReceiveDuring([&] {
+            WINHTTP_ASYNC_RESULT result{};
+            result.dwError = error;
+            Report(WINHTTP_CALLBACK_STATUS_REQUEST_ERROR, &result, sizeof(result));
+            return TRUE;
+        });
+    }
+
+    WINHTTP_STATUS_CALLBACK callback_ = nullptr;
+    OnSetCallback onSetCallback_{
+        [this](HINTERNET handle, WINHTTP_STATUS_CALLBACK callback, DWORD mask, DWORD_PTR reserved) {
+            callback_ = callback;
+            return OnSetCallback::Original(handle, callback, mask, reserved);
+        }};
+    Handles handles_{ClosedPort()};
+    std::optional<AsyncWinHttpRequest> request_{std::in_place, handles_.request.Get(), handles_.Stop(),
+                                                [this] { return --pollsLeft_ < 0; }};
+    int pollsLeft_ = 100;
+};
+
+TEST_F(AsyncRequest_Callback, AnErrorWithoutInformation_IsAnInternalError) {
+    EXPECT_EQ(ReceiveDuring([&] {
+                  Report(WINHTTP_CALLBACK_STATUS_REQUEST_ERROR);
+                  return TRUE;
+              }),
+              12004u);
+}
+
+TEST_F(AsyncRequest_Callback, AnErrorOfTheSocket_IsToldAsWinHttpWouldTellIt) {
+    EXPECT_EQ(ReceiveAfterError(WSAETIMEDOUT), 12002u);
+    EXPECT_EQ(ReceiveAfterError(WSAECONNABORTED), 12030u);
+    EXPECT_EQ(ReceiveAfterError(WSAECONNRESET), 12030u);
+    EXPECT_EQ(ReceiveAfterError(12175), 12175u);
+    EXPECT_EQ(ReceiveDuring([] {
+                  SetLastError(WSAECONNRESET);
+                  return FALSE;
+              }),
+              12030u);
+}
+
+TEST_F(AsyncRequest_Callback, AnErrorOfAnEarlierCall_IsNotTheNextOnes) {
+    EXPECT_EQ(ReceiveAfterError(12152), 12152u);
+    EXPECT_EQ(ReceiveDuring([&] {
+                  Report(WINHTTP_CALLBACK_STATUS_HEADERS_AVAILABLE);
+                  return TRUE;
+              }),
+              0u);
+}
+
+TEST_F(AsyncRequest_Callback, EveryOtherStatus_EndsNoWait) {
+    pollsLeft_ = 3;
+    EXPECT_EQ(ReceiveDuring([&] {
+                  for (DWORD bit = 1; bit != 0; bit <<= 1) {
+                      const bool meant = bit == WINHTTP_CALLBACK_STATUS_HEADERS_AVAILABLE ||
+                                         bit == WINHTTP_CALLBACK_STATUS_REQUEST_ERROR ||
+                                         bit == WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING;
+                      if (!meant) Report(bit);
+                  }
+                  return TRUE;
+              }),
+              12017u);
+}
+
+TEST_F(AsyncRequest_Callback, WithoutAContext_NothingIsTouched) {
+    pollsLeft_ = 3;
+    EXPECT_EQ(ReceiveDuring([&] {
+                  callback_(handles_.request.Get(), 0, WINHTTP_CALLBACK_STATUS_HEADERS_AVAILABLE, nullptr, 0);
+                  callback_(handles_.request.Get(), 0, WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING, nullptr, 0);
+                  return TRUE;
+              }),
+              12017u);
+}
+
+TEST_F(AsyncRequest_Callback, ACount_IsTheOneOfItsOwnStatus) {
+    DWORD announced = 4711;
+    const OnQueryAvailable available([&](HINTERNET, LPDWORD) {
+        Report(WINHTTP_CALLBACK_STATUS_DATA_AVAILABLE, announced != 0 ? &announced : nullptr, sizeof(announced));
+        return TRUE;
+    });
+    DWORD count = 0;
+    ASSERT_TRUE(request_->QueryAvailable(count));
+    EXPECT_EQ(count, 4711u);
+    announced = 0;
+    ASSERT_TRUE(request_->QueryAvailable(count));
+    EXPECT_EQ(count, 0u) << "no information is no count";
 }
 
 /// A server that answers in pieces, at random moments, and sometimes not at all.

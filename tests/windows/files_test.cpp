@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/text.h"
 #include "tests/support/import_hook.h"
+#include "tests/support/stand_in.h"
 #include "tests/support/temporary_directory.h"
 #include "update/files/attributes.h"
 #include "update/files/durable_write.h"
@@ -88,6 +90,18 @@ TEST(DurableWrite, EmptyText_IsWrittenByAllButTheLauncherForm) {
         const TemporaryDirectory folder;
         EXPECT_EQ(operation.write(folder / L"file.json", ""), operation.flushed) << operation.name;
         EXPECT_EQ(Exists(folder / L"file.json"), operation.flushed) << operation.name;
+    }
+}
+
+/// The inventory's text may pass what one write takes.
+TEST(DurableWrite, TextOfSeveralMebibytes_IsWrittenWhole) {
+    std::string text(5u << 19, 'x');
+    for (std::size_t at = 0; at < text.size(); at += 1000)
+        text[at] = static_cast<char>('a' + at / 1000 % 26);
+    for (const DurableOperation& operation : kDurableOperations) {
+        const TemporaryDirectory folder;
+        ASSERT_TRUE(operation.write(folder / L"file.txt", text)) << operation.name;
+        EXPECT_TRUE(ReadWholeFile(folder / L"file.txt") == text) << operation.name;
     }
 }
 
@@ -309,6 +323,24 @@ TEST(RemoveTree, LinkInside_StopsTheRemovalAndKeepsItsTarget) {
     EXPECT_EQ(ReadWholeFile(folder / L"tree\\link\\precious"), "x");
 }
 
+/// A folder that becomes a link only after the listing is no better: what the listing says counts, and what stands
+/// there.
+TEST(RemoveTree, LinkThatOnlyTheListingShows_StopsTheRemoval) {
+    const TemporaryDirectory folder;
+    MakeFolder(folder / L"tree");
+    MakeFolder(folder / L"tree\\link");
+    WriteWholeFile(folder / L"tree\\link\\precious", "x");
+    using OnFindNext = test_support::StandIn<"FindNextFileW", decltype(FindNextFileW)>;
+    const OnFindNext next([](HANDLE find, LPWIN32_FIND_DATAW found) {
+        const BOOL more = OnFindNext::Original(find, found);
+        if (more && std::wstring_view(found->cFileName) == L"link")
+            found->dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+        return more;
+    });
+    EXPECT_FALSE(RemoveTree(folder / L"tree"));
+    EXPECT_EQ(ReadWholeFile(folder / L"tree\\link\\precious"), "x");
+}
+
 TEST(RemoveTree, FailedDeletion_LeavesTheRest) {
     const TemporaryDirectory folder;
     MakeFolder(folder / L"tree");
@@ -410,8 +442,11 @@ TEST(Attributes, OnlyTwoErrorsMeanAbsent) {
     EXPECT_EQ(LookAt(folder / L"missing").presence, Presence::absent);
     EXPECT_EQ(LookAt(folder / L"missing\\deeper").presence, Presence::absent);
     EXPECT_EQ(LookAt(folder.Path()).presence, Presence::present);
-    const UnreadableAttributes unreadable(L"secret", ERROR_ACCESS_DENIED);
-    EXPECT_EQ(LookAt(folder / L"secret").presence, Presence::unknown);
+    // Access denied, a share that blocks, no medium, no such network place, no valid name, a link that leads nowhere.
+    for (const DWORD error : {5u, 32u, 21u, 53u, 123u, 1920u}) {
+        const UnreadableAttributes unreadable(L"secret", error);
+        EXPECT_EQ(LookAt(folder / L"secret").presence, Presence::unknown) << error;
+    }
 }
 
 }  // namespace

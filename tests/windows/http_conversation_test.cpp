@@ -5,6 +5,7 @@
 #include <string>
 
 #include "tests/support/loopback_server.h"
+#include "tests/support/stand_in.h"
 
 namespace launcher_download {
 namespace {
@@ -179,6 +180,30 @@ TEST(HttpConversation, Faults_NameTheirStep) {
     EXPECT_FALSE(closed.Ask(L"", fault));
     EXPECT_TRUE(fault.step == ConversationStep::send || fault.step == ConversationStep::receive);
     EXPECT_EQ(fault.error, 12029u);
+}
+
+TEST(HttpConversation, ClosingAHandle_HappensOnceAndKeepsTheLastError) {
+    using OnClose = test_support::StandIn<"WinHttpCloseHandle", decltype(WinHttpCloseHandle)>;
+    int closes = 0;
+    const OnClose close([&closes](HINTERNET) {
+        ++closes;
+        SetLastError(1);
+        return TRUE;
+    });
+    {
+        SharedInternetHandle handle;
+        SetLastError(4711);
+        EXPECT_FALSE(handle.Hold(nullptr));
+        handle.Close();
+        EXPECT_EQ(closes, 0);
+        EXPECT_TRUE(handle.Hold(&closes));
+        EXPECT_EQ(handle.Get(), &closes);
+        handle.Close();
+        EXPECT_EQ(GetLastError(), 4711u);
+        EXPECT_EQ(handle.Get(), nullptr);
+        handle.Close();
+    }
+    EXPECT_EQ(closes, 1);
 }
 
 TEST(HttpConversation, NeverOpened_IsDestroyedQuietly) {

@@ -5,10 +5,12 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/text.h"
 #include "tests/support/import_hook.h"
+#include "tests/support/stand_in.h"
 #include "tests/support/temporary_directory.h"
 #include "update/files/attributes.h"
 #include "update/files/paths.h"
@@ -29,6 +31,9 @@ using test_support::ReadWholeFile;
 using test_support::TemporaryDirectory;
 using test_support::UnreadableAttributes;
 using test_support::WriteWholeFile;
+
+using OnDeleteFile = test_support::StandIn<"DeleteFileW", decltype(DeleteFileW)>;
+using OnSleep = test_support::StandIn<"Sleep", decltype(Sleep)>;
 
 bool Exists(const std::wstring& path) {
     return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
@@ -291,6 +296,25 @@ TEST_F(Transaction, Recovery_WithAMissingBackup_ChangesNothing) {
     EXPECT_EQ(faults.Count(), 0u);
 }
 
+TEST_F(Transaction, Recovery_BackupThatIsNoPlainFile_ChangesNothing) {
+    ASSERT_TRUE(WriteJournal());
+    Apply();
+    {
+        const ForcedAttributes forced(L"backup-1.0.0.0-1-2\\current.json", FILE_ATTRIBUTE_REPARSE_POINT);
+        MutationFaults faults;
+        EXPECT_FALSE(Recover());
+        EXPECT_EQ(error, L"上一次更新的回復檔案不完整；已停止啟動。");
+        EXPECT_EQ(faults.Count(), 0u);
+    }
+    ASSERT_TRUE(DeleteFileW((backup + L"\\current.json").c_str()));
+    ASSERT_TRUE(EnsureDirectory(backup + L"\\current.json"));
+    MutationFaults faults;
+    EXPECT_FALSE(Recover());
+    EXPECT_EQ(error, L"上一次更新的回復檔案不完整；已停止啟動。");
+    EXPECT_EQ(faults.Count(), 0u);
+    EXPECT_EQ(Get(L"App\\changed"), "new changed");
+}
+
 TEST_F(Transaction, Recovery_AddedFileThatBecameAFolder_StopsTheLaunch) {
     ASSERT_TRUE(WriteJournal());
     ASSERT_TRUE(EnsureDirectory(Root() + L"\\App\\Themes\\new"));
@@ -437,6 +461,18 @@ TEST_F(Transaction, Lock_IsExclusiveHiddenAndLeavesNoFile) {
     EXPECT_FALSE(Exists(control + L"\\transaction.lock"));
 }
 
+TEST_F(Transaction, Lock_ThatWasRefused_DeletesNothing) {
+    const TransactionLock first(control);
+    ASSERT_TRUE(first.Held());
+    MutationFaults faults;
+    {
+        const TransactionLock second(control);
+        ASSERT_FALSE(second.Held());
+    }
+    ASSERT_EQ(faults.Count(), 1u);
+    EXPECT_EQ(faults.Calls()[0].function, "CreateFileW");
+}
+
 TEST_F(Transaction, Lock_FileLeftByACrash_MeansNothing) {
     WriteWholeFile(control + L"\\transaction.lock", "");
     ASSERT_TRUE(SetFileAttributesW((control + L"\\transaction.lock").c_str(), FILE_ATTRIBUTE_HIDDEN));
@@ -476,6 +512,31 @@ TEST_F(Transaction, Sweep_FileOrLinkWithAPrefix_RemovesNothing) {
     EXPECT_TRUE(Exists(backup));
 }
 
+/// A folder whose file another program holds for a while is tried six times. What comes behind it is left for later.
+TEST_F(Transaction, Sweep_HeldFolder_IsTriedSixTimesAndLeavesTheRest) {
+    for (const unsigned failures : {5u, 6u}) {
+        SCOPED_TRACE(failures);
+        ASSERT_TRUE(EnsureDirectory(control + L"\\backup-a"));
+        ASSERT_TRUE(EnsureDirectory(control + L"\\staging-z"));
+        WriteWholeFile(control + L"\\backup-a\\held", "x");
+        unsigned attempts = 0;
+        std::vector<DWORD> pauses;
+        const OnSleep sleep([&pauses](DWORD milliseconds) { pauses.push_back(milliseconds); });
+        const OnDeleteFile remove([&](LPCWSTR path) -> BOOL {
+            if (!std::wstring_view(path).ends_with(L"held") || ++attempts > failures) {
+                return OnDeleteFile::Original(path);
+            }
+            SetLastError(ERROR_SHARING_VIOLATION);
+            return FALSE;
+        });
+        EXPECT_EQ(CleanStaleUpdateWork(control), failures == 5u);
+        EXPECT_EQ(attempts, 6u);
+        EXPECT_EQ(pauses, std::vector<DWORD>(5, 100));
+        EXPECT_EQ(Exists(control + L"\\backup-a"), failures == 6u);
+        EXPECT_EQ(Exists(control + L"\\staging-z"), failures == 6u);
+    }
+}
+
 TEST_F(Transaction, Guard_RemovesBothFolders) {
     const std::wstring staging = control + L"\\staging-1";
     ASSERT_TRUE(EnsureDirectory(staging + L"\\deep"));
@@ -485,6 +546,18 @@ TEST_F(Transaction, Guard_RemovesBothFolders) {
     EXPECT_FALSE(Exists(backup));
     { const StagingCleanupGuard guard(staging, backup, JournalPath(control)); }
     EXPECT_TRUE(texts.Texts().empty());
+}
+
+TEST_F(Transaction, Guard_TakesTheStagedFilesFirst) {
+    const std::wstring staging = control + L"\\staging-1";
+    ASSERT_TRUE(EnsureDirectory(staging));
+    MutationFaults faults;
+    { const StagingCleanupGuard guard(staging, backup, JournalPath(control)); }
+    std::vector<std::wstring> removed;
+    for (const auto& call : faults.Calls()) {
+        if (call.function == "RemoveDirectoryW") removed.push_back(call.path);
+    }
+    EXPECT_EQ(removed, (std::vector<std::wstring>{ToLongPath(staging), ToLongPath(backup)}));
 }
 
 TEST_F(Transaction, Guard_LeavesWhatAJournalNeeds) {
