@@ -17,6 +17,7 @@ constexpr wchar_t kNotUtf8[] = L"current.json 不是有效的 UTF-8。";
 constexpr wchar_t kFieldMissing[] = L"current.json 缺少必要欄位或使用不支援的格式。";
 constexpr wchar_t kUnsafePath[] = L"current.json 包含不安全的程式路徑。";
 constexpr std::wstring_view kBlanks = L" \t\r\n";
+constexpr std::wstring_view kLibraryBlanks = L" \t\n\v\f\r";
 
 bool Fail(std::wstring& error, const wchar_t* message) {
     error = message;
@@ -91,6 +92,8 @@ bool FlatReadString(std::wstring_view text, std::size_t position, std::wstring& 
 
 bool FlatReadInt(std::wstring_view text, std::size_t position, std::int32_t& value) {
     constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
+    while (position < text.size() && kLibraryBlanks.find(text[position]) != std::wstring_view::npos)
+        ++position;
     bool negative = false;
     if (position < text.size() && (text[position] == L'-' || text[position] == L'+')) {
         negative = text[position] == L'-';

@@ -37,6 +37,8 @@ bool RunUpdateWorker(std::function<launcher_update::Result()> work, launcher_upd
         reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, RunWork, &block, 0, nullptr)));
     if (!thread) return false;
     const bool confirmed = WaitForSingleObject(thread.Get(), INFINITE) == WAIT_OBJECT_0;
+    // The worker writes into this frame: whatever the first wait says, the frame must not go before the thread.
+    if (!confirmed) WaitForSingleObject(thread.Get(), INFINITE);
     result = std::move(block.result);
     if (!confirmed) {
         result.outcome = launcher_update::Outcome::Failed;

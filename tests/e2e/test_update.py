@@ -127,6 +127,15 @@ def test_forced_check_ignores_the_interval(lab):
     assert_version(tree, AFTER, lab.run(tree, ["--check-for-updates"], ["yes"]))
 
 
+def test_interval_of_the_settings_decides(lab):
+    tree = installed(lab, interval=60)
+    release().publish(lab)
+    write_state(tree, 30 * 60)
+    assert_version(tree, BEFORE, lab.run(tree))
+    write_state(tree, 60 * 60 + 1)
+    assert_version(tree, AFTER, lab.run(tree, answers=["yes"]))
+
+
 def test_interval_that_has_passed_is_due(lab):
     tree = installed(lab)
     release().publish(lab)

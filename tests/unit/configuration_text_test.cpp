@@ -67,7 +67,7 @@ TEST(Configuration, IsWrittenInTheFixedForm) {
 
 TEST(Configuration, WhatIsWritten_IsReadBack) {
     LauncherConfiguration configuration = Sample();
-    configuration.applicationDirectory = L"日本 \\ b";
+    configuration.productVersion = L"1.0 \" \\ /\t";
     configuration.applicationDirectory = L"sub/日本 b";
     configuration.updateCheckIntervalMinutes = 60;
     EXPECT_EQ(Parsed(Written(configuration)), configuration);
@@ -187,11 +187,12 @@ TEST(FlatReader, NumbersSaturate) {
     EXPECT_EQ(read(L"42x"), 42);
     EXPECT_EQ(read(L"-7"), -7);
     EXPECT_EQ(read(L"+7"), 7);
+    EXPECT_EQ(read(L" \t\n\v\f\r8"), 8);
     EXPECT_EQ(read(L"2147483647"), std::numeric_limits<std::int32_t>::max());
     EXPECT_EQ(read(L"2147483648"), std::numeric_limits<std::int32_t>::max());
     EXPECT_EQ(read(L"-2147483648"), std::numeric_limits<std::int32_t>::min());
     EXPECT_EQ(read(L"-99999999999999999999999"), std::numeric_limits<std::int32_t>::min());
-    for (const wchar_t* text : {L"", L"-", L"+", L"x", L"\"1\""})
+    for (const wchar_t* text : {L"", L"-", L"+", L"x", L"\"1\"", L" ", L"- 1", L"+-1"})
         EXPECT_EQ(read(text), 4711) << text;
 }
 

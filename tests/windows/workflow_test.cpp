@@ -16,6 +16,8 @@
 #include "platform/text.h"
 #include "tests/support/import_hook.h"
 #include "tests/support/manifest_builder.h"
+#include "tests/support/stage_report.h"
+#include "tests/support/stand_in.h"
 #include "tests/support/temporary_directory.h"
 #include "update/files/file_hashing.h"
 #include "update/files/paths.h"
@@ -36,26 +38,16 @@ using test_support::ForcedAttributes;
 using test_support::JsonObject;
 using test_support::MutationFaults;
 using test_support::ReadWholeFile;
+using test_support::StageReport;
+using test_support::StandIn;
 using test_support::TemporaryDirectory;
 using test_support::WriteWholeFile;
+
+using OnTickCount = StandIn<"GetTickCount64", decltype(GetTickCount64)>;
 
 constexpr wchar_t kExecutable[] = L"Velmora Pine Relay\\Velmora Pine Relay.exe";
 constexpr wchar_t kTheme[] = L"Velmora Pine Relay\\Themes\\dawn.vprtheme";
 constexpr wchar_t kReading[] = L"Velmora Pine Relay\\JapaneseReading\\aromanize.js";
-
-struct StageReport {
-    Stage stage;
-    std::wstring detail;
-    std::uint64_t completed;
-    std::uint64_t total;
-
-    friend bool operator==(const StageReport&, const StageReport&) = default;
-};
-
-std::ostream& operator<<(std::ostream& stream, const StageReport& report) {
-    return stream << "{" << static_cast<unsigned>(report.stage) << ", " << platform::EncodeUtf8(report.detail) << ", "
-                  << report.completed << "/" << report.total << "}";
-}
 
 std::wstring DigestOf(const std::string& bytes) {
     std::wstring hex;
@@ -203,6 +195,7 @@ TEST_F(Workflow, NewerRelease_IsAppliedWhole) {
 }
 
 TEST_F(Workflow, NewerRelease_ReportsItsStagesInOrder) {
+    const OnTickCount still([] { return 1000ull; });  // no report of a slow hash comes in between
     Run();
     const std::uint64_t sizes[] = {payloads[0].size(), payloads[1].size(), payloads[2].size()};
     const std::uint64_t total = sizes[0] + sizes[1] + sizes[2];
@@ -450,6 +443,7 @@ TEST_F(Workflow, ManifestListingOnePathTwice_FailsBeforeTheTreeChanges) {
 
 /// A cancel at every stage report: before the journal it leaves the old tree, behind it the update stands.
 TEST_F(Workflow, CancelAtEveryReport_LeavesAWholeTree) {
+    const OnTickCount still([] { return 1000ull; });  // no report of a slow hash comes in between
     Run();
     const std::size_t count = reports.size();
     std::size_t cancelled = 0;
@@ -476,7 +470,7 @@ TEST_F(Workflow, CancelAtEveryReport_LeavesAWholeTree) {
         EXPECT_EQ(LastReport().detail, at > 0 ? L"1.1.0.0" : L"") << at;
         EXPECT_EQ(WithoutState(Snapshot()), OldTree()) << at;
     }
-    EXPECT_GE(cancelled, 10u);
+    EXPECT_EQ(cancelled, count - 2) << "only \"installing\" and \"completed\" come too late for a cancel";
 }
 
 TEST_F(Workflow, LockHeldByAnother_IsUnsafe) {
@@ -491,11 +485,14 @@ TEST_F(Workflow, LockHeldByAnother_IsUnsafe) {
 TEST_F(Workflow, LockTakenAfterTheDecision_IsUnsafe) {
     std::optional<TransactionLock> other;
     onStageHook = [&](const StageReport& report) {
-        if (report.stage == Stage::UpdateAvailable) other.emplace(Control());
+        if (report.stage != Stage::UpdateAvailable) return;
+        other.emplace(Control());
+        ASSERT_TRUE(EnsureDirectory(Control() + L"\\staging-of-the-other"));
     };
     EXPECT_EQ(Run().outcome, Outcome::Failed);
     EXPECT_FALSE(result.safeToLaunch);
     EXPECT_EQ(result.error, L"另一個啟動器正在更新；本次暫不啟動主程式。");
+    EXPECT_TRUE(Exists(Control() + L"\\staging-of-the-other")) << "another launcher's live folder was swept";
     other.reset();
     ExpectOldTreeAndNoFolders();
 }
@@ -672,6 +669,25 @@ TEST_F(Workflow, AnyFailingCall_LeavesAWholeTree) {
         std::printf("failing calls tried: %u (of which %u let the update stand)\n", points, applied);
         EXPECT_GT(points, 60u);
     }
+}
+
+/// A version may carry any number of leading zeros. A mark that is too long to be read back would count as none.
+TEST_F(Workflow, WatermarkTooLongToBeReadBack_DoesNotDropTheGuard) {
+    const std::wstring path = Control() + L"\\release-watermark.txt";
+    const std::wstring identity(64, L'a');
+    std::wstring error;
+    UpdateManifest release;
+    release.version = std::wstring(256 - 1 - 64 - 7, L'0') + L"2.0.0.0";
+    ASSERT_TRUE(CheckReleaseWatermark(Control(), release, identity, false, error));
+    const std::string mark = ReadWholeFile(path);
+    EXPECT_EQ(mark.size(), 256u);
+    release.version = L"0" + release.version;
+    EXPECT_FALSE(CheckReleaseWatermark(Control(), release, identity, false, error));
+    EXPECT_EQ(error, L"release-watermark-write-failed");
+    EXPECT_EQ(ReadWholeFile(path), mark);
+    release.version = L"1.9.9.9";
+    EXPECT_FALSE(CheckReleaseWatermark(Control(), release, identity, true, error)) << "the backup must not go back";
+    EXPECT_EQ(ReadWholeFile(path), mark);
 }
 
 }  // namespace

@@ -24,6 +24,12 @@ std::wstring ReadWatermark(const std::wstring& path) {
     return text;
 }
 
+/// A mark beyond the limit could not be read back: it would count as none, and the guard would be gone with it.
+bool WriteWatermark(const std::wstring& path, const std::wstring& text) {
+    const std::string bytes = platform::EncodeUtf8(text);
+    return bytes.size() <= kMaxWatermarkBytes && WriteStateAtomically(path, bytes);
+}
+
 }  // namespace
 
 bool ComputeReleaseIdentity(const UpdateManifest& manifest, std::wstring& identity) {
@@ -50,8 +56,7 @@ bool CheckReleaseWatermark(const std::wstring& controlDirectory, const UpdateMan
         error = product::LocalizedText(product::TextId::BackupMetadataOlder);
         return false;
     }
-    if (decision.action == WatermarkDecision::Action::write &&
-        !WriteStateAtomically(path, platform::EncodeUtf8(decision.text))) {
+    if (decision.action == WatermarkDecision::Action::write && !WriteWatermark(path, decision.text)) {
         error = L"release-watermark-write-failed";
         return false;
     }
