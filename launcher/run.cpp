@@ -152,10 +152,17 @@ ExitWith StartTheApplication(Launch& launch) {
 
 int RunLauncher() {
     constexpr ExitWith (*kSteps[])(Launch&) = {
-        DeclareDpiAwareness, FindOwnPath,
+        DeclareDpiAwareness,
+        FindOwnPath,
         SplitCommandLine,  // before the settings: a run that replaces the launcher must not make them anew
-        SettleUpdateFolder,  ReadConfiguration, RefuseLauncherReplacement,
-        RunUpdateWorkflow,   StopIfUnsafe,      StartTheApplication,
+        // here: the built-in verification commands
+        SettleUpdateFolder,  // before anything that an interrupted update may have left half done is read
+        ReadConfiguration,
+        RefuseLauncherReplacement,
+        // here: the status window
+        RunUpdateWorkflow,
+        StopIfUnsafe,
+        StartTheApplication,
     };
     Launch launch;
     for (const auto step : kSteps) {
