@@ -60,12 +60,17 @@ class Sweep:
         report = f"{tree.root.name}-report.json"
         env = {"VPR_FAULT_KIND": kind, "VPR_FAULT_AT": str(at), "VPR_FAULT_REPORT": self.lab.windows_path(self.lab.folder / report)}
         path = self.lab.folder / report
+        refused = None
         for _ in range(MOST_STARTS):
             path.unlink(missing_ok=True)
             # The prompt is answered; a stopped launch is read and closed. Neither need come, so nothing is strict here.
             result = self.lab.run(tree, args, ["yes", "ok"], env=env, strict=False)
+            if refused is not None:
+                # The claim is about the first start: what it left must already have been what the repeat finds.
+                assert (tree.snapshot(exclude=STATE), tree.leftovers()) == refused, f"the refused start had not finished: {refused}"
             if not wine_could_not_start(result, kind):
                 break
+            refused = (tree.snapshot(exclude=STATE), tree.leftovers()) if result.started else None
         assert not result.timed_out, result
         return result, json.loads(path.read_text()) if path.exists() else None
 
