@@ -6,6 +6,7 @@ import json
 import os
 import socket
 import ssl
+import subprocess
 import threading
 import time
 
@@ -19,6 +20,7 @@ from lab import (
 BUNDLE = "/etc/ssl/certs/ca-certificates.crt"
 HOST = names.PRIMARY_RELEASE
 TAG = '"one"'
+ADDR_NO_RANDOMIZE = 0x0040000  # personality(2)
 
 
 def connect(host=HOST, timeout=10):
@@ -355,6 +357,14 @@ def test_reset_leaves_nothing_behind(lab):
 
 
 # Driver and sample application.
+
+
+def test_programs_start_with_steady_addresses():
+    """With random ones Wine cannot start one program in some thousand."""
+    if subprocess.run(["setarch", "-R", "true"], capture_output=True).returncode != 0:
+        pytest.skip("this system does not let a process choose its address layout")
+    with open("/proc/self/personality") as personality:
+        assert int(personality.read(), 16) & ADDR_NO_RANDOMIZE
 
 
 def test_sample_app_reports_itself(lab):

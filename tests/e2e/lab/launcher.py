@@ -14,9 +14,6 @@ from .server import LabError
 POLL_SECONDS = 0.01
 DRIVER_GRACE_SECONDS = 30  # on top of a run's own limit: the driver ends by itself, this catches a broken driver
 
-WINE_FAILED = 1  # exit code of Wine itself when it cannot start a program
-MOST_STARTS = 3
-
 # The buttons of the launcher's status window.
 BUTTONS = {"update": 1001, "later": 1002, "notes": 1003, "cancel": 1004, "close": 1004, "reconnect": 1007}
 
@@ -125,16 +122,10 @@ class LaunchHandle:
         self._result = None
         (folder / "control").touch()
         (folder / "request").write_bytes("\0".join(request).encode("utf-8") + b"\0")
-        self._arguments = [os.environ["WINE"], str(programs.DRIVER), lab.windows_path(folder / "request")]
-        self._environment = {**os.environ, **(unix_env or {})}
-        self._starts = 0
-        self._start_driver()
-
-    def _start_driver(self):
-        self._starts += 1
-        with open(self._folder / "driver.log", "wb") as log:
-            self._process = subprocess.Popen(self._arguments, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
-                                             env=self._environment)
+        arguments = [os.environ["WINE"], str(programs.DRIVER), lab.windows_path(folder / "request")]
+        with open(folder / "driver.log", "wb") as log:
+            self._process = subprocess.Popen(arguments, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
+                                             env={**os.environ, **(unix_env or {})})
 
     # While it runs.
 
@@ -250,11 +241,6 @@ class LaunchHandle:
             raise LabError(f"the driver did not end; told so far: {self.events()}")
         status = self._process.wait()
         log = (self._folder / "driver.log").read_text(errors="replace")
-        if status == WINE_FAILED and not log and not self.events() and self._starts < MOST_STARTS:
-            # The driver names every failure of its own and tells of every process that ended: here Wine could not even
-            # start it, seen once in some thousand starts under load. Nothing has run, so trying again hides nothing.
-            self._start_driver()
-            return self._collect()
         if status != 0:
             raise LabError(f"the driver failed with {status}: {log}")
         told = json.loads((self._folder / "result").read_text(encoding="utf-8"))
