@@ -24,14 +24,17 @@ inline constexpr Failure kHtmlResponse{L"html-response", "html"};
 inline constexpr Failure kUnexpectedEncoding{L"unexpected-encoding", "encoding"};
 inline constexpr Failure kContentLengthMismatch{L"content-length-mismatch", "length"};
 inline constexpr Failure kServerRequestedLaterRetry{L"server-requested-later-retry", "retry-after"};
+inline constexpr Failure kBackupMeasuredFaster{L"backup-measured-faster", "backup-measured-faster"};
 inline constexpr Failure kPayloadTooLarge{L"payload-too-large", "size"};
 inline constexpr Failure kWriteFailed{L"write-failed", "disk"};
 inline constexpr Failure kFlushFailed{L"flush-failed", "disk"};
 inline constexpr Failure kCacheSeekFailed{L"cache-seek-failed", "disk"};
 inline constexpr Failure kCacheResetFailed{L"cache-reset-failed", "disk"};
+inline constexpr Failure kResumeStateWriteFailed{L"resume-state-write-failed", "disk"};
 inline constexpr Failure kReceiveFailed{L"receive-failed", "receive"};
 inline constexpr Failure kSha256Mismatch{L"sha256-mismatch", "hash"};
 inline constexpr Failure kRetriesExhausted{L"download-retries-exhausted", "retry-limit"};
+inline constexpr Failure kDownloadFailed{L"download-failed", "unknown"};  // a guard that no path reaches
 inline constexpr Failure kCancelled{L"cancelled", "user"};
 
 }  // namespace failures

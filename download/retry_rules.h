@@ -28,4 +28,14 @@ inline constexpr std::uint32_t kResendRequest = 12032;
 /// The wait after `attempt`, from 1, in milliseconds: 1000, doubled with each further attempt.
 [[nodiscard]] std::uint64_t DefaultWaitMs(std::uint32_t attempt);
 
+/// Instead of a wait in milliseconds: the server asks for more patience than anybody in front of a window has.
+inline constexpr std::uint64_t kWaitRefused = ~std::uint64_t{0};
+
+/// Milliseconds of a wait that a server asks for in seconds; above 60 refused.
+[[nodiscard]] std::uint64_t WaitOfSeconds(std::uint64_t seconds);
+
+/// Milliseconds until `dueTicks`, 0 if that is not ahead of `nowTicks`; more than 60 seconds ahead is refused. Ticks of
+/// 100 ns, both from the same start.
+[[nodiscard]] std::uint64_t WaitUntil(std::uint64_t dueTicks, std::uint64_t nowTicks);
+
 }  // namespace launcher_download

@@ -19,10 +19,14 @@ std::optional<double> SpeedMeter::Add(std::uint64_t chunkBytes, std::uint64_t no
     const std::uint64_t sampleMs = nowMs - sampleStartMs_;
     if (sampleMs < kSpeedSampleMs) return std::nullopt;
     const double bytesPerSecond = static_cast<double>(sampleBytes_) * 1000.0 / static_cast<double>(sampleMs);
-    sampleStartMs_ = nowMs;
-    sampleBytes_ = 0;
+    Restart(nowMs);
     RunSlowTimer(bytesPerSecond, nowMs);
     return bytesPerSecond;
+}
+
+void SpeedMeter::Restart(std::uint64_t nowMs) {
+    sampleStartMs_ = nowMs;
+    sampleBytes_ = 0;
 }
 
 void SpeedMeter::RunSlowTimer(double bytesPerSecond, std::uint64_t nowMs) {

@@ -21,6 +21,9 @@ class SpeedMeter {
     /// Counts a chunk; bytes per second if it completed a sample.
     [[nodiscard]] std::optional<double> Add(std::uint64_t chunkBytes, std::uint64_t nowMs);
 
+    /// Begins the sample anew, for a body that could not arrive meanwhile. The slow timer goes on.
+    void Restart(std::uint64_t nowMs);
+
     /// True once every sample of the last `kSlowAfterMs` was below `kSlowBelowBytesPerSecond`.
     [[nodiscard]] bool IsSlow(std::uint64_t nowMs) const;
 

@@ -15,6 +15,10 @@ inline constexpr wchar_t kPrimaryManifestUrl[] =
     L"https://" VPR_PRIMARY_MANIFEST_HOST L"/QuillFarrowWorks/Velmora-Pine-Relay-Updates/master/updates/stable.json";
 inline constexpr wchar_t kBackupManifestUrl[] = L"https://" VPR_BACKUP_HOST L"/updates/stable.json";
 
+/// Every release of the primary host lies under this prefix, as `<tag>/<file>`; compared literally.
+inline constexpr std::wstring_view kPrimaryReleasePrefix =
+    L"https://" VPR_PRIMARY_RELEASE_HOST L"/QuillFarrowWorks/Velmora-Pine-Relay-Updates/releases/download/";
+
 /// Every payload of the backup host lies under this prefix, which is compared literally: scheme, host and folder.
 inline constexpr std::wstring_view kBackupReleasePrefix = L"https://" VPR_BACKUP_HOST L"/releases/";
 

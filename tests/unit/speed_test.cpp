@@ -49,6 +49,42 @@ TEST(Speed_Sample, ALateChunk_IsSpreadOverTheWholeTime) {
     EXPECT_EQ(meter.Add(5000, 4000), 1250.0);
 }
 
+TEST(Speed_Restart, ASample_StartsAnew) {
+    SpeedMeter meter(5000);
+    EXPECT_EQ(meter.Add(90000, 5900), std::nullopt);
+    meter.Restart(8000);
+    EXPECT_EQ(meter.Add(1000, 8000), std::nullopt) << "the time before does not count";
+    EXPECT_EQ(meter.Add(1000, 8999), std::nullopt);
+    EXPECT_EQ(meter.Add(1000, 9000), 3000.0) << "nor do the bytes";
+}
+
+TEST(Speed_Restart, TheSlowTimer_GoesOn) {
+    SpeedMeter meter(0);
+    ASSERT_EQ(meter.Add(10, 1000), 10.0);
+    meter.Restart(20000);
+    EXPECT_FALSE(meter.IsSlow(30999));
+    EXPECT_TRUE(meter.IsSlow(31000));
+    ASSERT_EQ(meter.Add(10, 21000), 10.0) << "a further slow sample does not start it again";
+    EXPECT_TRUE(meter.IsSlow(31000));
+}
+
+TEST(Speed_Restart, ATimerThatDoesNotRun_IsNotStarted) {
+    SpeedMeter meter(0);
+    meter.Restart(1000);
+    EXPECT_FALSE(meter.IsSlow(100000));
+    ASSERT_EQ(meter.Add(20000, 2000), 20000.0);
+    meter.Restart(3000);
+    EXPECT_FALSE(meter.IsSlow(100000));
+}
+
+TEST(Speed_Restart, AFastSampleBehindIt_StillStopsTheTimer) {
+    SpeedMeter meter(0);
+    ASSERT_EQ(meter.Add(10, 1000), 10.0);
+    meter.Restart(5000);
+    ASSERT_EQ(meter.Add(20000, 6000), 20000.0);
+    EXPECT_FALSE(meter.IsSlow(100000));
+}
+
 TEST(Speed_Slow, ShowsThirtySecondsAfterTheFirstSlowSample) {
     SpeedMeter meter(0);
     EXPECT_EQ(meter.Add(16383, 1000), 16383.0);
