@@ -19,9 +19,21 @@ namespace launcher_download {
 /// through the handle then appears in no other place.
 [[nodiscard]] bool IsRegularFileHandle(HANDLE file);
 
-/// Opens or makes a cache file for reading and writing, shared with nobody, without following a link. The handle is
-/// none if that fails or the file is not regular by the rule above.
+/// Opens a file without following a link, by `CreateFileW`'s access, sharing and disposition. The handle is none if
+/// that fails or the file is not regular by the rule above; one that was made only now may then stay.
+[[nodiscard]] platform::FileHandle OpenRegularFile(const std::wstring& path, DWORD access, DWORD sharing,
+                                                   DWORD disposition);
+
+/// Opens or makes a cache file for reading and writing, shared with nobody.
 [[nodiscard]] platform::FileHandle OpenCacheFile(const std::wstring& path);
+
+/// Opens a cache file that is there already for reading, otherwise as `OpenCacheFile`.
+[[nodiscard]] platform::FileHandle OpenExistingCacheFile(const std::wstring& path);
+
+/// Deletes the file at `path` by its handle, so that what was judged is what goes. True also if it is not there. False,
+/// with nothing changed, for a directory, a reparse point, a file with a second name, or one that another program
+/// holds open.
+[[nodiscard]] bool DeleteFileSafely(const std::wstring& path);
 
 /// Length in bytes; false if it cannot be had.
 [[nodiscard]] bool ReadLength(HANDLE file, std::uint64_t& length);

@@ -43,8 +43,8 @@ void SharedInternetHandle::Close() {
     SetLastError(lastError);
 }
 
-HttpConversation::HttpConversation(std::function<bool()> abort, std::uint64_t deadlineMs)
-    : abort_(std::move(abort)), deadlineMs_(deadlineMs) {}
+HttpConversation::HttpConversation(std::function<bool()> abort, std::uint64_t timeLimitMs)
+    : abort_(std::move(abort)), timeLimitMs_(timeLimitMs) {}
 
 bool HttpConversation::Open(const platform::UrlParts& url, const ConversationPolicy& policy, ConversationFault& fault) {
     if (!OpenSession(policy, fault)) return false;
@@ -76,8 +76,9 @@ bool HttpConversation::OpenRequest(const platform::UrlParts& url, const Conversa
                                           WINHTTP_DEFAULT_ACCEPT_TYPES, policy.secure ? WINHTTP_FLAG_SECURE : 0))) {
         return Fail(fault, ConversationStep::request);
     }
+    startMs_ = GetTickCount64();
     wrapper_.emplace(
-        request_.Get(), [this] { request_.Close(); }, abort_, deadlineMs_);
+        request_.Get(), [this] { request_.Close(); }, abort_, timeLimitMs_ == 0 ? 0 : startMs_ + timeLimitMs_);
     const bool timed = (!policy.request || SetTimeouts(request_.Get(), *policy.request)) &&
                        SetOption(request_.Get(), WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, policy.headerWaitMs);
     if (!timed && policy.mustHoldPolicy) return Fail(fault, ConversationStep::requestTimeouts);

@@ -74,11 +74,15 @@ class SharedInternetHandle {
 /// One thread; destruction follows the rules of `AsyncWinHttpRequest` and may wait for a time-out of the policy.
 class HttpConversation {
   public:
-    /// `abort` ends any wait when it returns true; `deadlineMs` likewise when `GetTickCount64` reaches it, 0 for never.
-    explicit HttpConversation(std::function<bool()> abort, std::uint64_t deadlineMs = 0);
+    /// `abort` ends any wait when it returns true; `timeLimitMs` likewise once that much time has passed since
+    /// `StartMs`, 0 for never.
+    explicit HttpConversation(std::function<bool()> abort, std::uint64_t timeLimitMs = 0);
 
     /// Makes the handles and sets the policy. False with the step that failed.
     [[nodiscard]] bool Open(const platform::UrlParts& url, const ConversationPolicy& policy, ConversationFault& fault);
+
+    /// The `GetTickCount64` value at which the request stood ready, before anything was sent. Needs a true `Open`.
+    [[nodiscard]] std::uint64_t StartMs() const { return startMs_; }
 
     /// Sends the request with `headers`, each ended by CR LF, and waits for the response's headers.
     [[nodiscard]] bool Ask(const std::wstring& headers, ConversationFault& fault);
@@ -100,7 +104,8 @@ class HttpConversation {
                                    ConversationFault& fault);
 
     std::function<bool()> abort_;
-    std::uint64_t deadlineMs_;
+    std::uint64_t timeLimitMs_;
+    std::uint64_t startMs_ = 0;
     // Members end in reverse order: the wrapper waits for the request's last report, then the rest may close.
     SharedInternetHandle session_;
     SharedInternetHandle connection_;

@@ -10,21 +10,28 @@
 
 #include "download/cache.h"
 #include "download/cache_file.h"
+#include "download/comparison_window.h"
 #include "download/failures.h"
 #include "download/http_conversation.h"
 #include "download/http_rules.h"
 #include "download/payload_hash.h"
+#include "download/probe.h"
 #include "download/reporter.h"
 #include "download/response_rules.h"
+#include "download/resume_state.h"
+#include "download/retry_after.h"
 #include "download/retry_rules.h"
+#include "download/source_rules.h"
 #include "download/source_url.h"
 #include "download/speed.h"
+#include "download/trace.h"
 #include "platform/unique_handle.h"
 
 namespace launcher_download {
 namespace {
 
 constexpr DWORD kBufferBytes = 65536;
+constexpr std::uint64_t kCancelPollMs = 50;  // while waiting for the next attempt
 
 constexpr int kStepTimeoutMs = 5000;     // every step of the conversation, and a silent body
 constexpr int kHeaderTimeoutMs = 10000;  // a server may think for longer before it answers
@@ -89,17 +96,41 @@ bool Ask(const std::function<bool()>& question) {
     return question && question();
 }
 
+/// Where one transfer keeps its bytes.
+struct CachePlace {
+    std::wstring directory;  // prepared
+    std::wstring part;
+    std::wstring resume;
+};
+
+CachePlace PlaceOf(std::wstring directory, const std::wstring& sha256) {
+    CachePlace place;
+    place.part = CachePath(directory, sha256 + L".part");
+    place.resume = CachePath(directory, sha256 + L".resume");
+    place.directory = std::move(directory);
+    return place;
+}
+
+/// The clocks of one body, all of which begin when its headers are accepted.
+struct BodyClocks {
+    SpeedMeter speed;
+    ComparisonWindow window;
+};
+
 /// One transfer with its open cache file. Lives within `run`, on its thread.
 class Transfer {
   public:
-    Transfer(const Request& request, const Callbacks& callbacks, SourceUrl source, std::wstring path,
+    Transfer(const Request& request, const Callbacks& callbacks, bool allowLoopback, SourceUrl source, CachePlace place,
              platform::FileHandle file)
         : request_(request),
           callbacks_(callbacks),
+          allowLoopback_(allowLoopback),
           source_(std::move(source)),
-          path_(std::move(path)),
+          place_(std::move(place)),
           file_(std::move(file)),
-          reporter_(callbacks.progress, Reporter::TraceLine(), GetTickCount64()),
+          reporter_(
+              callbacks.progress, [this](const Progress& progress, const char* word) { Trace(progress, word); },
+              GetTickCount64()),
           progress_(reporter_.Counters()),
           buffer_(kBufferBytes) {
         progress_.total = request.size;
@@ -111,17 +142,29 @@ class Transfer {
   private:
     [[nodiscard]] Next TakeUpCacheFile();
     [[nodiscard]] Next ServeFromCache();
+    [[nodiscard]] Next TakeUpPart(std::uint64_t length);
     [[nodiscard]] Next MakeAttempt(std::uint32_t attempt);
+    [[nodiscard]] Next PrepareRetry();
+    [[nodiscard]] Next AwaitRetry();
     [[nodiscard]] Next Connect(HttpConversation& conversation);
     [[nodiscard]] Next JudgeResponse(HttpConversation& conversation);
     [[nodiscard]] Next PrepareBody();
     [[nodiscard]] Next ReceiveBody(HttpConversation& conversation);
     [[nodiscard]] BodyEnd ReceiveChunks(HttpConversation& conversation);
     [[nodiscard]] bool StoreChunk(DWORD count);
+    [[nodiscard]] bool KeepTime(DWORD count, BodyClocks& clocks);
+    [[nodiscard]] bool CompareSources(std::uint64_t nowMs, BodyClocks& clocks);
     [[nodiscard]] Next Verify();
 
     [[nodiscard]] bool Cancelled() const { return Ask(callbacks_.cancelled); }
+    [[nodiscard]] std::wstring RequestHeaders() const;
+    [[nodiscard]] ResponseFacts ReadFacts(const HttpConversation& conversation, std::uint32_t status);
     [[nodiscard]] bool ResetPayload();
+    [[nodiscard]] bool KeepResumeState() const;
+    void Trace(const Progress& progress, const char* word) const {
+        AppendTrace(place_.directory, request_, progress, source_.endpoint, result_.osError, result_.httpStatus, word,
+                    firstByteMs_);
+    }
     [[nodiscard]] Next Fail(const Failure& failure);
     [[nodiscard]] Next Succeed(Phase phase);
     void Report(Phase phase, const char* traceWord, Delivery delivery) {
@@ -130,21 +173,29 @@ class Transfer {
 
     const Request& request_;
     const Callbacks& callbacks_;
+    const bool allowLoopback_;
     const SourceUrl source_;
-    const std::wstring path_;
+    const CachePlace place_;
     platform::FileHandle file_;
     Reporter reporter_;
-    Progress& progress_;
+    Progress& progress_;  // between attempts its `bytes` are the retained ones: in the file and vouched for
     Result result_;
-    std::uint64_t retainedBytes_ = 0;  // at the start of an attempt, in the file and vouched for
+    std::wstring urlHash_;
+    ResumeState resume_;             // of the entity that the file's bytes came from
+    std::uint64_t retryWaitMs_ = 0;  // before the attempt behind this one
+    std::uint64_t attemptStartMs_ = 0;
+    std::uint64_t firstByteMs_ = 0;  // from an attempt's start to its first chunk; of the last attempt that had one
+    bool compared_ = false;          // the sources are compared once, whatever the number of attempts
     std::vector<unsigned char> buffer_;
 };
 
 /// The order of a transfer.
 Result Transfer::Run() {
     Next next = TakeUpCacheFile();
-    if (next == Next::goOn) next = MakeAttempt(1);
-    if (next == Next::retry) next = Fail(failures::kRetriesExhausted);
+    for (std::uint32_t attempt = 1; next != Next::leave; ++attempt) {
+        next = attempt > kMaxAttempts ? Fail(failures::kDownloadFailed) : MakeAttempt(attempt);
+        if (next == Next::retry) next = PrepareRetry();
+    }
     result_.attempts = progress_.attempt;
     return std::move(result_);
 }
@@ -155,10 +206,9 @@ Next Transfer::TakeUpCacheFile() {
         if (!ResetFile(file_.Get())) return Fail(failures::kCacheResetFailed);
         length = 0;
     }
-    if (length == request_.size) return ServeFromCache();
-    // Nothing vouches for a part of a payload, so it is dropped.
-    if (length > 0 && !ResetFile(file_.Get())) return Fail(failures::kCacheResetFailed);
-    return Next::goOn;
+    if (length < request_.size) return TakeUpPart(length);
+    const Next next = ServeFromCache();
+    return next == Next::goOn ? TakeUpPart(0) : next;
 }
 
 Next Transfer::ServeFromCache() {
@@ -168,8 +218,21 @@ Next Transfer::ServeFromCache() {
     // A cancelled digest is empty and must not cost the file.
     if (Cancelled()) return Fail(failures::kCancelled);
     if (!ResetFile(file_.Get())) return Fail(failures::kCacheResetFailed);
-    progress_.bytes = 0;
     return Next::goOn;
+}
+
+/// A part counts only if a resume file of the same URL and size vouches for it.
+Next Transfer::TakeUpPart(std::uint64_t length) {
+    progress_.bytes = 0;
+    urlHash_ = HashUrl(request_.url);
+    resume_ = ReadResumeState(place_.resume);
+    const bool valid = resume_.size == request_.size && resume_.urlHash == urlHash_ && IsStrongEtag(resume_.etag);
+    if (valid) {
+        progress_.bytes = length;
+        return Next::goOn;
+    }
+    resume_ = {};
+    return length == 0 || ResetFile(file_.Get()) ? Next::goOn : Fail(failures::kCacheResetFailed);
 }
 
 /// The order of an attempt. The conversation closes on the way out, before any wait for the next attempt.
@@ -179,8 +242,10 @@ Next Transfer::MakeAttempt(std::uint32_t attempt) {
     result_.osError = 0;
     result_.httpStatus = 0;
     if (Cancelled()) return Fail(failures::kCancelled);
-    Report(Phase::connecting, retainedBytes_ > 0 ? "resume" : "new-request", Delivery::forced);
+    Report(Phase::connecting, progress_.bytes > 0 ? "resume" : "new-request", Delivery::forced);
     progress_.restarted = false;
+    retryWaitMs_ = DefaultWaitMs(attempt);
+    attemptStartMs_ = GetTickCount64();
 
     HttpConversation conversation(callbacks_.cancelled);
     Next next = Connect(conversation);
@@ -190,13 +255,40 @@ Next Transfer::MakeAttempt(std::uint32_t attempt) {
     return next;
 }
 
+/// The order between two attempts; the conversation has closed.
+Next Transfer::PrepareRetry() {
+    if (progress_.attempt == kMaxAttempts) return Fail(failures::kRetriesExhausted);
+    // Bytes without a tag cannot be continued.
+    if (progress_.bytes > 0 && !IsStrongEtag(resume_.etag) && !ResetPayload()) return Fail(failures::kCacheResetFailed);
+    if (!FlushFileBuffers(file_.Get())) return Fail(failures::kFlushFailed);
+    Report(Phase::retrying, "bounded-retry", Delivery::forced);
+    return AwaitRetry();
+}
+
+Next Transfer::AwaitRetry() {
+    const std::uint64_t endMs = GetTickCount64() + retryWaitMs_;
+    for (std::uint64_t nowMs = GetTickCount64(); nowMs < endMs; nowMs = GetTickCount64()) {
+        if (Cancelled()) return Fail(failures::kCancelled);
+        Sleep(static_cast<DWORD>(std::min(kCancelPollMs, endMs - nowMs)));
+    }
+    return Next::goOn;
+}
+
+std::wstring Transfer::RequestHeaders() const {
+    std::wstring headers = L"Accept-Encoding: identity\r\n";
+    if (progress_.bytes > 0 && IsStrongEtag(resume_.etag)) {
+        headers += L"Range: bytes=" + std::to_wstring(progress_.bytes) + L"-\r\nIf-Range: " + resume_.etag + L"\r\n";
+    }
+    return headers;
+}
+
 Next Transfer::Connect(HttpConversation& conversation) {
     ConversationFault fault;
     if (!conversation.Open(source_.parts, TransferPolicy(source_.loopback), fault)) {
         if (!IsPolicyStep(fault.step)) result_.osError = fault.error;
         return Fail(FailureOf(fault.step));
     }
-    if (!conversation.Ask(L"Accept-Encoding: identity\r\n", fault)) {
+    if (!conversation.Ask(RequestHeaders(), fault)) {
         result_.osError = fault.error;
         return IsTransientWinHttpError(fault.error) ? Next::retry : Fail(FailureOf(fault.step));
     }
@@ -204,23 +296,18 @@ Next Transfer::Connect(HttpConversation& conversation) {
 }
 
 Next Transfer::JudgeResponse(HttpConversation& conversation) {
-    ResponseFacts facts;
-    if (!conversation.ReadStatus(facts.status)) return Fail(failures::kInvalidResponse);
-    result_.httpStatus = facts.status;
+    std::uint32_t status = 0;
+    if (!conversation.ReadStatus(status)) return Fail(failures::kInvalidResponse);
+    result_.httpStatus = status;
     if (!conversation.SetRequestTimeouts(kBodyTimeouts)) return Fail(failures::kTimeoutPolicyFailed);
     if (Cancelled()) return Fail(failures::kCancelled);
 
-    facts.retainedBytes = retainedBytes_;
-    facts.size = request_.size;
-    facts.etag = conversation.HeaderText(WINHTTP_QUERY_ETAG);
-    facts.contentType = conversation.HeaderText(WINHTTP_QUERY_CONTENT_TYPE);
-    facts.contentLength = conversation.HeaderText(WINHTTP_QUERY_CONTENT_LENGTH);
-    facts.contentEncoding = conversation.HeaderText(WINHTTP_QUERY_CONTENT_ENCODING);
-    facts.contentRange = conversation.HeaderText(WINHTTP_QUERY_CONTENT_RANGE);
+    const ResponseFacts facts = ReadFacts(conversation, status);
     const ResponseDecision decision = DecideResponse(facts);
     if (decision.reset && !ResetPayload()) return Fail(failures::kCacheResetFailed);
     switch (decision.action) {
         case ResponseAction::accept:
+            resume_ = {urlHash_, IsStrongEtag(facts.etag) ? facts.etag : std::wstring(), request_.size};
             return Next::goOn;
         case ResponseAction::retry:
             return Next::retry;
@@ -230,11 +317,38 @@ Next Transfer::JudgeResponse(HttpConversation& conversation) {
     return Fail(*decision.failure);
 }
 
+/// What the response says, beside what is held. A transient status may ask for a wait of its own.
+ResponseFacts Transfer::ReadFacts(const HttpConversation& conversation, std::uint32_t status) {
+    ResponseFacts facts;
+    facts.status = status;
+    if (IsTransientStatus(status)) {
+        retryWaitMs_ = ParseRetryAfter(conversation.HeaderText(WINHTTP_QUERY_RETRY_AFTER), progress_.attempt);
+        facts.retryAfterRefused = retryWaitMs_ == kWaitRefused;
+    }
+    facts.retainedBytes = progress_.bytes;
+    facts.size = request_.size;
+    facts.storedEtag = resume_.etag;
+    facts.etag = conversation.HeaderText(WINHTTP_QUERY_ETAG);
+    facts.contentType = conversation.HeaderText(WINHTTP_QUERY_CONTENT_TYPE);
+    facts.contentLength = conversation.HeaderText(WINHTTP_QUERY_CONTENT_LENGTH);
+    facts.contentEncoding = conversation.HeaderText(WINHTTP_QUERY_CONTENT_ENCODING);
+    facts.contentRange = conversation.HeaderText(WINHTTP_QUERY_CONTENT_RANGE);
+    return facts;
+}
+
 Next Transfer::PrepareBody() {
-    if (!SeekTo(file_.Get(), retainedBytes_)) return Fail(failures::kCacheSeekFailed);
+    // Before any byte of this entity is stored: after a crash the file must not vouch for another entity's bytes.
+    if (!KeepResumeState()) return Fail(failures::kResumeStateWriteFailed);
+    if (!SeekTo(file_.Get(), progress_.bytes)) return Fail(failures::kCacheSeekFailed);
     Report(Phase::receiving, "headers-accepted", Delivery::forced);
     progress_.restarted = false;
     return Next::goOn;
+}
+
+/// Brings the resume file in step with the state in hand. A file that cannot be removed is as bad as one that cannot be
+/// written: it would vouch for bytes that came from another entity.
+bool Transfer::KeepResumeState() const {
+    return resume_.etag.empty() ? DeleteFileSafely(place_.resume) : WriteResumeState(place_.resume, resume_);
 }
 
 Next Transfer::ReceiveBody(HttpConversation& conversation) {
@@ -247,7 +361,9 @@ Next Transfer::ReceiveBody(HttpConversation& conversation) {
 }
 
 BodyEnd Transfer::ReceiveChunks(HttpConversation& conversation) {
-    SpeedMeter speed(GetTickCount64());
+    BodyClocks clocks{SpeedMeter(GetTickCount64()),
+                      ComparisonWindow(request_.comparisonDelayMs, request_.comparisonWindowMs)};
+    bool first = true;
     for (;;) {
         if (Cancelled()) {
             (void)Fail(failures::kCancelled);
@@ -263,10 +379,48 @@ BodyEnd Transfer::ReceiveChunks(HttpConversation& conversation) {
         }
         if (count == 0) return BodyEnd::finished;
         if (!StoreChunk(count)) return BodyEnd::leave;
-        const std::uint64_t now = GetTickCount64();
-        progress_.bytesPerSecond = speed.Add(count, now).value_or(progress_.bytesPerSecond);
-        reporter_.Report(speed.IsSlow(now) ? Phase::slow : Phase::receiving, "progress", Delivery::whenDue, now);
+        if (std::exchange(first, false)) firstByteMs_ = GetTickCount64() - attemptStartMs_;
+        if (!KeepTime(count, clocks)) return BodyEnd::leave;
     }
+}
+
+/// What a stored chunk says about the speed, told and acted upon. False if that ended the transfer.
+bool Transfer::KeepTime(DWORD count, BodyClocks& clocks) {
+    std::uint64_t nowMs = GetTickCount64();
+    clocks.window.Add(count, nowMs);
+    const bool mayCompare = !compared_ && !request_.backupUrl.empty() && !request_.backupSource;
+    if (mayCompare && clocks.window.ShouldCompare(progress_.bytes, request_.size, nowMs)) {
+        if (!CompareSources(nowMs, clocks)) return false;
+        nowMs = GetTickCount64();
+    }
+    clocks.window.Tumble(nowMs);
+    progress_.bytesPerSecond = clocks.speed.Add(count, nowMs).value_or(progress_.bytesPerSecond);
+    reporter_.Report(clocks.speed.IsSlow(nowMs) ? Phase::slow : Phase::receiving, "progress", Delivery::whenDue, nowMs);
+    return true;
+}
+
+/// Looks whether the backup would be done sooner; this request stays open and unread meanwhile. False if that ended the
+/// transfer.
+bool Transfer::CompareSources(std::uint64_t nowMs, BodyClocks& clocks) {
+    compared_ = true;
+    progress_.comparisonPrimarySpeed = clocks.window.Speed(nowMs);
+    Report(Phase::comparingSource, "bounded-comparison", Delivery::forced);
+    const Probe probe = compareBackup(request_, callbacks_, allowLoopback_, kInRunProbe);
+    progress_.networkBytes += probe.bytes;
+    progress_.comparisonBackupSpeed = probe.bytesPerSecond;
+    if (Cancelled()) {
+        (void)Fail(failures::kCancelled);
+        return false;
+    }
+    if (BackupMeasuredFaster(progress_.comparisonPrimarySpeed, progress_.comparisonBackupSpeed, progress_.bytes,
+                             request_.size)) {
+        (void)Fail(failures::kBackupMeasuredFaster);
+        return false;
+    }
+    Report(Phase::receiving, "comparison-keep-primary", Delivery::forced);
+    clocks.window.Restart(GetTickCount64());
+    clocks.speed.Restart(GetTickCount64());
+    return true;
 }
 
 /// False if that ended the transfer.
@@ -291,13 +445,14 @@ Next Transfer::Verify() {
     if (Cancelled()) return Fail(failures::kCancelled);
     // Wrong bytes are of no use to any later transfer. What matters is told below, whether or not this succeeds.
     (void)ResetFile(file_.Get());
+    (void)DeleteFileSafely(place_.resume);
     return Fail(failures::kSha256Mismatch);
 }
 
-/// Drops the retained bytes because the server's entity is another one.
+/// Drops the retained bytes because nothing can continue them.
 bool Transfer::ResetPayload() {
     if (!ResetFile(file_.Get())) return false;
-    retainedBytes_ = 0;
+    resume_ = {};
     progress_.bytes = 0;
     progress_.restarted = true;
     return true;
@@ -315,7 +470,7 @@ Next Transfer::Fail(const Failure& failure) {
 
 Next Transfer::Succeed(Phase phase) {
     result_.success = true;
-    result_.path = path_;
+    result_.path = place_.part;
     Report(phase, "sha256-verified", Delivery::forced);
     return Next::leave;
 }
@@ -323,12 +478,12 @@ Next Transfer::Succeed(Phase phase) {
 /// The checks before the cache file is open, in their order. Null if the transfer may start, else the reason.
 const wchar_t* CheckStart(const Request& request, const Callbacks& callbacks, bool allowLoopback, SourceUrl& source,
                           std::wstring& directory) {
-    if (request.size < kMinPayloadBytes || request.size > kMaxPayloadBytes) return refusals::kInvalidPayload;
-    if (!IsLowerHexSha256(request.sha256)) return refusals::kInvalidPayload;
+    if (!IsValidPayload(request)) return refusals::kInvalidPayload;
     if (const wchar_t* refusal = ReadSourceUrl(request.url, allowLoopback, source)) return refusal;
     if (Ask(callbacks.cancelled)) return refusals::kCancelled;
-    if (!PrepareSafeDirectory(request.cacheDirectory, directory)) return refusals::kUnsafeOrFullCache;
-    return nullptr;
+    const bool usable =
+        PrepareSafeDirectory(request.cacheDirectory, directory) && ScanCache(directory, request.sha256, request.size);
+    return usable ? nullptr : refusals::kUnsafeOrFullCache;
 }
 
 Result Refuse(const wchar_t* reason) {
@@ -340,16 +495,20 @@ Result Refuse(const wchar_t* reason) {
 
 }  // namespace
 
+bool IsValidPayload(const Request& request) {
+    return request.size >= kMinPayloadBytes && request.size <= kMaxPayloadBytes && IsLowerHexSha256(request.sha256);
+}
+
 Result run(const Request& request, const Callbacks& callbacks, bool allowLoopback) {
     SourceUrl source;
     std::wstring directory;
     if (const wchar_t* refusal = CheckStart(request, callbacks, allowLoopback, source, directory)) {
         return Refuse(refusal);
     }
-    std::wstring path = CachePath(directory, request.sha256 + L".part");
-    platform::FileHandle file = OpenCacheFile(path);
+    CachePlace place = PlaceOf(std::move(directory), request.sha256);
+    platform::FileHandle file = OpenCacheFile(place.part);
     if (!file) return Refuse(refusals::kCacheFileUnavailable);
-    return Transfer(request, callbacks, std::move(source), std::move(path), std::move(file)).Run();
+    return Transfer(request, callbacks, allowLoopback, std::move(source), std::move(place), std::move(file)).Run();
 }
 
 }  // namespace launcher_download

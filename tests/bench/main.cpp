@@ -46,6 +46,10 @@ struct Ratio {
 constexpr Ratio kRatios[] = {
     {"hashing, speed of the product's operation beside a bare CNG loop (target 0.95 or better)", "HashBareCng",
      "HashProduct"},
+    {"512 MiB through the engine, speed beside a bare loop that also writes and hashes (target 0.9 or better)",
+     "TransferBareReadWriteHash", "TransferEngine"},
+    {"512 MiB through the engine, speed beside a bare loop that reads into memory", "TransferBareRead",
+     "TransferEngine"},
     {"full manifest, time of the parse beside a bare UTF-8 decode", "ManifestParse/524288", "ManifestDecode/524288"},
     {"manifest of 256 KiB beside one of 128 KiB (linear: 2)", "ManifestParse/262144", "ManifestParse/131072"},
     {"manifest of 512 KiB beside one of 256 KiB (linear: 2)", "ManifestParse/524288", "ManifestParse/262144"},

@@ -28,6 +28,8 @@ BEFORE, AFTER = "1.0.0.0", "1.1.0.0"
 HAVE_HALVES = ("WriteFile", "CopyFileW", "fwrite")
 # A half-written state file is replaced when the state is next written, which a start without a check does not do.
 STATE_SIBLINGS = ("update-state.json.new", ".vpr-update/release-watermark.txt.new")
+# The download cache sorts itself out when it is next used, which a start without an update does not do.
+CACHE = ".vpr-update/downloads-v1/"
 
 
 class Sweep:
@@ -82,7 +84,7 @@ class Sweep:
             version = AFTER if found == self.new else BEFORE
             assert found in (self.old, self.new), f"{what}: a mixed tree: {found}"
         assert result.app.version == version, what
-        assert not tree.leftovers(), f"{what}: {tree.leftovers()}"
+        assert not leftovers(tree), f"{what}: {leftovers(tree)}"
 
     def check_without_update(self, tree, what):
         """A start that only settles and starts: what the interruption itself left, not what a new update made of it."""
@@ -91,9 +93,13 @@ class Sweep:
         found = tree.snapshot(exclude=[*STATE, *STATE_SIBLINGS])
         assert found in (self.old, self.new), f"{what}: a mixed tree: {found}"
         assert result.app.version == (AFTER if found == self.new else BEFORE), what
-        left = [path for path in tree.leftovers() if path not in STATE_SIBLINGS]
+        left = [path for path in leftovers(tree) if path not in STATE_SIBLINGS]
         assert not left, f"{what}: {left}"
         return found == self.new
+
+
+def leftovers(tree):
+    return [path for path in tree.leftovers() if not path.startswith(CACHE)]
 
 
 def in_parallel(work, items):
@@ -137,7 +143,7 @@ def test_any_call_that_fails(sweep, kind):
 
 
 def without_leftovers(tree, snapshot):
-    left = set(tree.leftovers())
+    left = set(leftovers(tree))
     return {path: facts for path, facts in snapshot.items() if path not in left}
 
 
@@ -169,7 +175,7 @@ def test_process_that_ends_again_during_the_recovery(sweep):
         tree = sweep.fresh(f"first{at}")
         sweep.run(tree, "kill", at)
         kept = sweep.lab.folder / f"kept{at}"
-        if tree.leftovers():
+        if leftovers(tree):
             shutil.copytree(tree.root, kept, symlinks=True)
         discard(tree)
         return kept
@@ -209,7 +215,8 @@ def distinct(kept_folders):
     for kept in kept_folders:
         # The run's own folders are named after its process and time, which say nothing about what is in them.
         facts = {re.sub(r"-\d+-\d+(?=/|$)", "", path.relative_to(kept).as_posix()): path.read_bytes()
-                 for path in kept.rglob("*") if path.is_file() and path.name != "transaction.json"}
+                 for path in kept.rglob("*")
+                 if path.is_file() and path.name != "transaction.json" and CACHE not in path.as_posix()}
         facts["journal"] = (kept / ".vpr-update/transaction.json").exists()
         if kept.exists() and facts != previous:
             chosen.append(kept)

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <mutex>
 
 namespace test_support {
@@ -55,8 +56,21 @@ struct FaultState {
     std::atomic<bool> reached{false};
     std::mutex callsMutex;
     std::vector<RecordedCall> calls;
+    std::map<HANDLE, std::wstring> opened;  // a handle's number is given again after its close
 };
 FaultState* g_faults = nullptr;
+
+void RememberOpened(HANDLE file, const wchar_t* path) {
+    if (file == INVALID_HANDLE_VALUE) return;
+    const std::lock_guard guard(g_faults->callsMutex);
+    g_faults->opened[file] = path;
+}
+
+std::wstring PathOf(HANDLE file) {
+    const std::lock_guard guard(g_faults->callsMutex);
+    const auto found = g_faults->opened.find(file);
+    return found == g_faults->opened.end() ? std::wstring() : found->second;
+}
 
 enum class Verdict { pass, fail, tearThenFail, tearThenKill };
 
@@ -123,13 +137,16 @@ HANDLE WINAPI HookCreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURIT
         GENERIC_WRITE | GENERIC_ALL | DELETE | FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_WRITE_ATTRIBUTES;
     const bool mutating = (access & kWriting) != 0 || disposition != OPEN_EXISTING;
     if (mutating && Refused("CreateFileW", path)) return INVALID_HANDLE_VALUE;
-    return OriginalOf(g_createFile, &CreateFileW)(path, access, share, security, disposition, flags, other);
+    const HANDLE file =
+        OriginalOf(g_createFile, &CreateFileW)(path, access, share, security, disposition, flags, other);
+    RememberOpened(file, path);
+    return file;
 }
 
 BOOL WINAPI HookWriteFile(HANDLE file, LPCVOID data, DWORD length, LPDWORD written, LPOVERLAPPED overlapped) {
     const auto original = OriginalOf(g_writeFile, &WriteFile);
     if (GetFileType(file) != FILE_TYPE_DISK) return original(file, data, length, written, overlapped);
-    const Verdict verdict = Judge("WriteFile", nullptr);
+    const Verdict verdict = Judge("WriteFile", PathOf(file).c_str());
     if (verdict == Verdict::pass) return original(file, data, length, written, overlapped);
     if (verdict != Verdict::fail) original(file, data, length / 2, written, overlapped);
     if (verdict == Verdict::tearThenKill) EndProcess();
@@ -138,7 +155,8 @@ BOOL WINAPI HookWriteFile(HANDLE file, LPCVOID data, DWORD length, LPDWORD writt
 }
 
 BOOL WINAPI HookFlushFileBuffers(HANDLE file) {
-    return Refused("FlushFileBuffers", nullptr) ? FALSE : OriginalOf(g_flushFileBuffers, &FlushFileBuffers)(file);
+    return Refused("FlushFileBuffers", PathOf(file).c_str()) ? FALSE
+                                                             : OriginalOf(g_flushFileBuffers, &FlushFileBuffers)(file);
 }
 
 BOOL WINAPI HookMoveFileExW(LPCWSTR from, LPCWSTR to, DWORD flags) {
@@ -185,11 +203,11 @@ BOOL WINAPI HookSetFileAttributesW(LPCWSTR path, DWORD attributes) {
 }
 
 BOOL WINAPI HookSetEndOfFile(HANDLE file) {
-    return Refused("SetEndOfFile", nullptr) ? FALSE : OriginalOf(g_setEndOfFile, &SetEndOfFile)(file);
+    return Refused("SetEndOfFile", PathOf(file).c_str()) ? FALSE : OriginalOf(g_setEndOfFile, &SetEndOfFile)(file);
 }
 
 BOOL WINAPI HookSetFileInformationByHandle(HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, LPVOID data, DWORD length) {
-    if (Refused("SetFileInformationByHandle", nullptr)) return FALSE;
+    if (Refused("SetFileInformationByHandle", PathOf(file).c_str())) return FALSE;
     return OriginalOf(g_setFileInformation, &SetFileInformationByHandle)(file, kind, data, length);
 }
 

@@ -40,7 +40,7 @@ enum class FaultKind {
 /// What a call was about, for tests that look at paths and order.
 struct RecordedCall {
     std::string function;
-    std::wstring path;  // the file written, the source of a move or copy; empty for calls on handles
+    std::wstring path;  // the file written, the source of a move or copy; of a handle, the path it was opened by
     std::wstring second;
 };
 

@@ -49,6 +49,13 @@ BOOL Refuse(DWORD error) {
     return FALSE;
 }
 
+/// True for a handle of a payload; the trace and the resume file are written by the same functions.
+bool IsPayload(HANDLE file) {
+    wchar_t path[MAX_PATH];
+    const DWORD length = GetFinalPathNameByHandleW(file, path, MAX_PATH, 0);
+    return length < MAX_PATH && std::wstring_view(path, length).ends_with(L".part");
+}
+
 /// Refuses one option wherever it is set.
 auto RefusingOption(DWORD refused) {
     return [refused](HINTERNET handle, DWORD option, LPVOID value, DWORD length) {
@@ -168,8 +175,7 @@ TEST_F(Transfer_Fault, AReadOfNothing_EndsTheBody) {
         return OnRead::Original(handle, buffer, 0, count);
     });
     const Result result = Fetch(WithLength(Whole(payload_), ""));
-    EXPECT_FALSE(result.success);
-    EXPECT_EQ(result.reason, L"download-retries-exhausted");
+    ExpectExhausted(result);
     EXPECT_EQ(result.osError, 0u);
     EXPECT_EQ(FileLength(PartPath()), 0);
 }
@@ -216,7 +222,7 @@ TEST_F(Transfer_Fault, MoreThanTheBufferHolds_IsNeverAskedFor) {
 TEST_F(Transfer_Fault, AFullDisk_IsToldWithItsError) {
     for (const FaultKind kind : {FaultKind::fail, FaultKind::failTorn}) {
         MutationFaults faults(kind, 1, ERROR_DISK_FULL);
-        faults.CountOnly("WriteFile", L"");
+        faults.CountOnly("WriteFile", L".part");
         ExpectFault(L"write-failed", ERROR_DISK_FULL, 200);
         EXPECT_TRUE(faults.Reached());
         EXPECT_EQ(reports_.back().bytes, 0u);
@@ -244,20 +250,22 @@ TEST_F(Transfer_Fault, AWriteInPieces_IsContinued) {
 
 TEST_F(Transfer_Fault, ABodyThatCannotBeForcedOut_IsNoPayload) {
     MutationFaults faults(FaultKind::fail, 1);
-    faults.CountOnly("FlushFileBuffers", L"");
+    faults.CountOnly("FlushFileBuffers", L".part");
     ExpectFault(L"flush-failed", 0, 200);
     EXPECT_EQ(Course(), (std::vector{Phase::connecting, Phase::receiving, Phase::failed}));
 }
 
 TEST_F(Transfer_Fault, EveryFinalFailure_ForcesTheFileOut) {
     MutationFaults faults;
-    faults.CountOnly("FlushFileBuffers", L"");
+    faults.CountOnly("FlushFileBuffers", L".part");
     ExpectFailure(Fetch(WithStatus(Reply{}, "404 Not Found")), L"http-error");
     EXPECT_EQ(faults.Count(), 1u);
 }
 
 TEST_F(Transfer_Fault, ACacheFileThatCannotBeSought_IsFinal) {
-    const OnSeek seek([](auto...) { return Refuse(ERROR_INVALID_FUNCTION); });
+    const OnSeek seek([](HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER now, DWORD method) {
+        return IsPayload(file) ? Refuse(ERROR_INVALID_FUNCTION) : OnSeek::Original(file, distance, now, method);
+    });
     ExpectFault(L"cache-seek-failed", 0, 200);
     EXPECT_EQ(Course(), (std::vector{Phase::connecting, Phase::failed}));
 }
@@ -272,7 +280,7 @@ TEST_F(Transfer_Fault, ACacheFileThatCannotBeEmptied_IsFinal) {
         for (const char* function : {"SetEndOfFile", "FlushFileBuffers"}) {
             LeavePart(leftover);
             MutationFaults faults(FaultKind::fail, 1);
-            faults.CountOnly(function, L"");
+            faults.CountOnly(function, L".part");
             const Result result = Fetch(L"http://127.0.0.1:1/x");
             EXPECT_EQ(result.reason, L"cache-reset-failed") << function;
             EXPECT_TRUE(faults.Reached());
@@ -284,7 +292,8 @@ TEST_F(Transfer_Fault, ACacheFileThatCannotBeEmptied_IsFinal) {
         // The digest of a complete file seeks first.
         const int refused = leftover.size() == payload_.size() ? 2 : 1;
         const OnSeek seek([&](HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER now, DWORD method) {
-            return ++seeks == refused ? Refuse(ERROR_INVALID_FUNCTION) : OnSeek::Original(file, distance, now, method);
+            return IsPayload(file) && ++seeks == refused ? Refuse(ERROR_INVALID_FUNCTION)
+                                                         : OnSeek::Original(file, distance, now, method);
         });
         EXPECT_EQ(Fetch(L"http://127.0.0.1:1/x").reason, L"cache-reset-failed");
         EXPECT_EQ(seeks, refused);

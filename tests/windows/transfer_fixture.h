@@ -9,16 +9,21 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "download/mirror.h"
+#include "download/resume_state.h"
 #include "platform/sha256.h"
 #include "platform/text.h"
+#include "tests/support/fake_clock.h"
 #include "tests/support/temporary_directory.h"
 
 namespace launcher_download {
 
+using test_support::FakeClock;
 using test_support::FileLength;
 using test_support::LoopbackServer;
 using test_support::ReadWholeFile;
@@ -77,6 +82,8 @@ class TransferTest : public ::testing::Test {
     }
 
     [[nodiscard]] std::wstring PartPath() const { return top_ / (L"cache\\" + Sha256Of(payload_) + L".part"); }
+    [[nodiscard]] std::wstring ResumePath() const { return top_ / (L"cache\\" + Sha256Of(payload_) + L".resume"); }
+    [[nodiscard]] ResumeState ReadResume() const { return ReadResumeState(ResumePath()); }
 
     /// Waits until the client has that many bytes behind it: their count shows as the cache file's length.
     void AwaitStored(Exchange& exchange, std::size_t length) const {
@@ -89,8 +96,34 @@ class TransferTest : public ::testing::Test {
         WriteWholeFile(PartPath(), bytes);
     }
 
+    /// Puts the payload's first bytes there with the resume file that vouches for them.
+    void LeaveResumable(const std::wstring& url, std::size_t length, const std::wstring& etag = L"\"v1\"") const {
+        LeavePart(payload_.substr(0, length));
+        ASSERT_TRUE(WriteResumeState(ResumePath(), {HashUrl(url), etag, payload_.size()}));
+    }
+
+    /// The trace's lines so far.
+    [[nodiscard]] std::vector<std::string> Trace() const {
+        std::vector<std::string> lines;
+        std::istringstream text(ReadWholeFile(top_ / L"cache\\download-trace.jsonl"));
+        for (std::string line; std::getline(text, line);)
+            lines.push_back(line);
+        return lines;
+    }
+    /// The trace's words so far.
+    [[nodiscard]] std::vector<std::string> TraceWords() const {
+        constexpr std::string_view kKey = "\"reason\":\"";
+        std::vector<std::string> words;
+        for (const std::string& line : Trace()) {
+            const std::size_t start = line.find(kKey) + kKey.size();
+            words.push_back(line.substr(start, line.find('"', start) - start));
+        }
+        return words;
+    }
+
     Result Fetch(const Request& request) {
         reports_.clear();
+        DeleteFileW((top_ / L"cache\\download-trace.jsonl").c_str());
         Callbacks callbacks = callbacks_;
         callbacks.progress = [this](const Progress& progress) {
             reports_.push_back(progress);
@@ -132,10 +165,13 @@ class TransferTest : public ::testing::Test {
             EXPECT_LT(reports_[i].phase, Phase::cached) << "a final report before the last one";
         }
     }
-    void ExpectFailure(const Result& result, const wchar_t* reason) const {
+    void ExpectFailure(const Result& result, const wchar_t* reason, std::uint32_t attempts = 1) const {
         ExpectEndedWithout(result, reason, Phase::failed);
         EXPECT_FALSE(result.canceled);
-        EXPECT_EQ(result.attempts, 1u);
+        EXPECT_EQ(result.attempts, attempts);
+    }
+    void ExpectExhausted(const Result& result) const {
+        ExpectFailure(result, L"download-retries-exhausted", kMaxAttempts);
     }
     void ExpectCancelled(const Result& result) const {
         ExpectEndedWithout(result, L"cancelled", Phase::cancelled);
@@ -153,6 +189,7 @@ class TransferTest : public ::testing::Test {
 
     TemporaryDirectory top_;
     std::string payload_ = MakePayload(1000);
+    FakeClock clock_;  // no test waits for the next attempt
     Callbacks callbacks_;
     std::vector<Progress> reports_;
     std::atomic<Phase> phase_{Phase::connecting};

@@ -102,10 +102,17 @@ TEST_F(Transfer_Start, ACacheFileHeldByAnother_IsUnavailable) {
     ExpectRefusal(Fetch(L"https://host.example/x"), L"cache-file-unavailable");
 }
 
-TEST_F(Transfer_Start, ACacheFileThatIsADirectory_IsUnavailable) {
+TEST_F(Transfer_Start, ADirectoryInThePlaceOfACacheFile_IsUnsafe) {
     CreateDirectoryW((top_ / L"cache").c_str(), nullptr);
     ASSERT_TRUE(CreateDirectoryW(PartPath().c_str(), nullptr));
-    ExpectRefusal(Fetch(L"https://host.example/x"), L"cache-file-unavailable");
+    ExpectRefusal(Fetch(L"https://host.example/x"), L"unsafe-or-full-cache");
+}
+
+TEST_F(Transfer_Start, AForeignPartInTheCache_IsUnsafe) {
+    LeavePart(payload_);
+    WriteWholeFile(top_ / L"cache\\foreign.part", "x");
+    ExpectRefusal(Fetch(L"https://host.example/x"), L"unsafe-or-full-cache");
+    EXPECT_EQ(ReadWholeFile(PartPath()), payload_);
 }
 
 TEST_F(Transfer_Start, ACacheFileWithASecondName_IsUnavailableAndLeftAlone) {
@@ -282,7 +289,7 @@ TEST_F(Transfer_Cache, APartThatNothingVouchesFor_IsGoneBeforeTheFirstByte) {
     LeavePart(payload_.substr(0, 400));
     LoopbackServer server(
         [this](Exchange& exchange) { exchange.Send(WithLength(Whole(payload_.substr(0, 100)), "")); });
-    EXPECT_EQ(Fetch(server.Url()).reason, L"download-retries-exhausted");
+    ExpectExhausted(Fetch(server.Url()));
     EXPECT_EQ(FileLength(PartPath()), 100);
 }
 
