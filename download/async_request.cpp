@@ -106,7 +106,8 @@ bool AsyncWinHttpRequest::MustEnd() const {
 bool AsyncWinHttpRequest::Begin(DWORD awaitedStatus) {
     if (!valid_) return FailWith(winhttp_error::kInternalError);
     if (MustEnd()) return FailWith(winhttp_error::kOperationCancelled);
-    ResetEvent(done_.Get());
+    if (std::exchange(doneSignalled_, false)) ResetEvent(done_.Get());
+    doneInline_ = false;
     expected_.exchange(awaitedStatus);
     error_.exchange(0);
     bytes_.exchange(0);
@@ -117,8 +118,11 @@ bool AsyncWinHttpRequest::Begin(DWORD awaitedStatus) {
 /// own.
 bool AsyncWinHttpRequest::Await(BOOL started) {
     if (!started) return FailWith(GetLastError());
-    while (WaitForSingleObject(done_.Get(), kWaitSliceMs) != WAIT_OBJECT_0) {
-        if (MustEnd()) return EndByStop();
+    if (!doneInline_) {
+        doneSignalled_ = true;
+        while (WaitForSingleObject(done_.Get(), kWaitSliceMs) != WAIT_OBJECT_0) {
+            if (MustEnd()) return EndByStop();
+        }
     }
     const std::uint32_t error = error_.load();
     return error == 0 || FailWith(error);
@@ -145,7 +149,7 @@ void AsyncWinHttpRequest::Complete(DWORD status, const void* information, DWORD 
     if (status == WINHTTP_CALLBACK_STATUS_REQUEST_ERROR) {
         const auto* result = static_cast<const WINHTTP_ASYNC_RESULT*>(information);
         error_.exchange(result ? result->dwError : winhttp_error::kInternalError);
-        SetEvent(done_.Get());
+        SignalDone();
         return;
     }
     if (status != expected_.load()) return;
@@ -154,7 +158,15 @@ void AsyncWinHttpRequest::Complete(DWORD status, const void* information, DWORD 
     } else if (status == WINHTTP_CALLBACK_STATUS_READ_COMPLETE) {
         bytes_.exchange(informationLength);
     }
-    SetEvent(done_.Get());
+    SignalDone();
+}
+
+void AsyncWinHttpRequest::SignalDone() {
+    if (GetCurrentThreadId() == owner_) {
+        doneInline_ = true;
+    } else {
+        SetEvent(done_.Get());
+    }
 }
 
 }  // namespace launcher_download

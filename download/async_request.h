@@ -16,9 +16,10 @@ namespace launcher_download {
 /// Makes one WinHTTP request handle in asynchronous mode look blocking, so that a wait can be ended by the user or by a
 /// deadline. The only place where WinHTTP's callback runs ("WINHTTP_STATUS_CALLBACK callback function").
 ///
-/// Threads: everything but the callback belongs to one thread, the owner's. The callback runs on WinHTTP's threads, and
-/// also on the owner's thread inside a WinHTTP call; no lock is held across those calls, so both are harmless. It
-/// touches the three atomics and the two events and nothing else:
+/// Threads: everything but the callback belongs to one thread, the owner's, which constructs. The callback runs on
+/// WinHTTP's threads, where it touches the three atomics and the two events and nothing else. It also runs on the
+/// owner's thread inside a WinHTTP call, no lock being held there; what then is done already costs no event, which
+/// spares every second kernel call of a body that arrives fast.
 ///
 ///     owner                                           callback
 ///     reset done, set expected, clear error, bytes
@@ -64,11 +65,15 @@ class AsyncWinHttpRequest {
     [[nodiscard]] bool Begin(DWORD awaitedStatus);
     [[nodiscard]] bool Await(BOOL started);
     [[nodiscard]] bool EndByStop();
+    void SignalDone();
 
     HINTERNET request_;
     std::function<void()> stop_;
     std::function<bool()> abort_;
     std::uint64_t deadlineMs_;
+    const DWORD owner_ = GetCurrentThreadId();
+    bool doneInline_ = false;        // the result came on the owner's own thread, inside the call that began it
+    bool doneSignalled_ = false;     // `done_` has to be reset before the next operation
     platform::KernelHandle done_;    // manual reset: the operation in flight has its result
     platform::KernelHandle closed_;  // manual reset: WinHTTP has made its last call
     std::atomic<std::uint32_t> expected_{0};

@@ -7,6 +7,7 @@
 #include <winhttp.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -119,17 +120,28 @@ void TransferEngine(benchmark::State& state) {
     Told(state, usage);
 }
 
-/// The whole body, read in blocks by the blocking calls of the library.
-bool ReadBody(const std::function<bool(const unsigned char*, DWORD)>& take) {
-    const platform::InternetHandle session(
-        WinHttpOpen(L"bench", WINHTTP_ACCESS_TYPE_NO_PROXY, WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0));
+using Take = std::function<bool(const unsigned char*, DWORD)>;
+
+platform::InternetHandle OpenSession(DWORD flags) {
+    return platform::InternetHandle(
+        WinHttpOpen(L"bench", WINHTTP_ACCESS_TYPE_NO_PROXY, WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, flags));
+}
+
+platform::InternetHandle OpenRequest(HINTERNET connection) {
+    return platform::InternetHandle(WinHttpOpenRequest(connection, L"GET", L"/payload", nullptr, WINHTTP_NO_REFERER,
+                                                       WINHTTP_DEFAULT_ACCEPT_TYPES, 0));
+}
+
+BOOL Send(HINTERNET request) {
+    return WinHttpSendRequest(request, WINHTTP_NO_ADDITIONAL_HEADERS, 0, WINHTTP_NO_REQUEST_DATA, 0, 0, 1);
+}
+
+/// The whole body by the library's blocking calls, which nothing can interrupt.
+bool ReadBlocking(const Take& take) {
+    const platform::InternetHandle session = OpenSession(0);
     const platform::InternetHandle connection(WinHttpConnect(session.Get(), L"127.0.0.1", Server().Port(), 0));
-    const platform::InternetHandle request(WinHttpOpenRequest(connection.Get(), L"GET", L"/payload", nullptr,
-                                                              WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES, 0));
-    if (!WinHttpSendRequest(request.Get(), WINHTTP_NO_ADDITIONAL_HEADERS, 0, WINHTTP_NO_REQUEST_DATA, 0, 0, 0)) {
-        return false;
-    }
-    if (!WinHttpReceiveResponse(request.Get(), nullptr)) return false;
+    const platform::InternetHandle request = OpenRequest(connection.Get());
+    if (!Send(request.Get()) || !WinHttpReceiveResponse(request.Get(), nullptr)) return false;
     std::vector<unsigned char> buffer(kBufferBytes);
     std::uint64_t total = 0;
     for (DWORD count = 0; WinHttpReadData(request.Get(), buffer.data(), kBufferBytes, &count) && count > 0;) {
@@ -139,12 +151,54 @@ bool ReadBody(const std::function<bool(const unsigned char*, DWORD)>& take) {
     return total == kPayloadBytes;
 }
 
-void TransferBareRead(benchmark::State& state) {
+// One transfer at a time, so that the callback finds them here.
+platform::KernelHandle g_done;
+std::atomic<DWORD> g_count;
+
+void CALLBACK OnStatus(HINTERNET, DWORD_PTR, DWORD status, LPVOID information, DWORD length) {
+    if (status == WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING) return;
+    g_count = status == WINHTTP_CALLBACK_STATUS_DATA_AVAILABLE ? *static_cast<const DWORD*>(information) : length;
+    SetEvent(g_done.Get());
+}
+
+bool Await(BOOL begun) {
+    return begun && WaitForSingleObject(g_done.Get(), INFINITE) == WAIT_OBJECT_0;
+}
+
+/// The whole body by the library's asynchronous calls, as anybody must read who wants to be able to stop.
+bool ReadAsynchronously(const Take& take) {
+    g_done = platform::KernelHandle(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+    const platform::InternetHandle session = OpenSession(WINHTTP_FLAG_ASYNC);
+    const platform::InternetHandle connection(WinHttpConnect(session.Get(), L"127.0.0.1", Server().Port(), 0));
+    const platform::InternetHandle request = OpenRequest(connection.Get());
+    WinHttpSetStatusCallback(request.Get(), OnStatus, WINHTTP_CALLBACK_FLAG_ALL_COMPLETIONS, 0);
+    if (!Await(Send(request.Get())) || !Await(WinHttpReceiveResponse(request.Get(), nullptr))) return false;
+    std::vector<unsigned char> buffer(kBufferBytes);
+    std::uint64_t total = 0;
+    while (Await(WinHttpQueryDataAvailable(request.Get(), nullptr)) && g_count > 0) {
+        if (!Await(WinHttpReadData(request.Get(), buffer.data(), std::min(g_count.load(), kBufferBytes), nullptr)))
+            break;
+        if (g_count == 0 || !take(buffer.data(), g_count)) break;
+        total += g_count;
+    }
+    return total == kPayloadBytes;
+}
+
+using Read = bool (*)(const Take&);
+
+/// Into memory and no further.
+void JustRead(benchmark::State& state, Read read) {
     const Usage usage;
     for (auto _ : state) {
-        if (!ReadBody([](const unsigned char*, DWORD) { return true; })) state.SkipWithError("the read failed");
+        if (!read([](const unsigned char*, DWORD) { return true; })) state.SkipWithError("the read failed");
     }
     Told(state, usage);
+}
+void TransferBlockingRead(benchmark::State& state) {
+    JustRead(state, ReadBlocking);
+}
+void TransferBareRead(benchmark::State& state) {
+    JustRead(state, ReadAsynchronously);
 }
 
 bool HashBack(HANDLE file) {
@@ -159,23 +213,31 @@ bool HashBack(HANDLE file) {
 }
 
 /// Also writes and forces out what came, and hashes the file: what a proved payload cannot do without.
-void TransferBareReadWriteHash(benchmark::State& state) {
+void ReadWriteHash(benchmark::State& state, Read read) {
     const Usage usage;
     for (auto _ : state) {
         const platform::FileHandle file(CreateFileW(L"bench-bare.bin", GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                                                     CREATE_ALWAYS, FILE_FLAG_DELETE_ON_CLOSE, nullptr));
-        const bool read = ReadBody([&file](const unsigned char* bytes, DWORD count) {
+        const bool whole = read([&file](const unsigned char* bytes, DWORD count) {
             DWORD written = 0;
             return WriteFile(file.Get(), bytes, count, &written, nullptr) && written == count;
         });
-        if (!read || !FlushFileBuffers(file.Get()) || !HashBack(file.Get())) state.SkipWithError("the read failed");
+        if (!whole || !FlushFileBuffers(file.Get()) || !HashBack(file.Get())) state.SkipWithError("the read failed");
     }
     Told(state, usage);
+}
+void TransferBlockingReadWriteHash(benchmark::State& state) {
+    ReadWriteHash(state, ReadBlocking);
+}
+void TransferBareReadWriteHash(benchmark::State& state) {
+    ReadWriteHash(state, ReadAsynchronously);
 }
 
 void Registered(benchmark::internal::Benchmark* one) {
     one->Iterations(1)->Repetitions(5)->UseRealTime()->Unit(benchmark::kMillisecond);
 }
+BENCHMARK(TransferBlockingRead)->Apply(Registered);
+BENCHMARK(TransferBlockingReadWriteHash)->Apply(Registered);
 BENCHMARK(TransferBareRead)->Apply(Registered);
 BENCHMARK(TransferBareReadWriteHash)->Apply(Registered);
 BENCHMARK(TransferEngine)->Apply(Registered);
