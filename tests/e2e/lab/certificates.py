@@ -66,7 +66,7 @@ subjectAltName = DNS:{other}
 
 def stamp():
     """Of all that decides what is made: the names and this program."""
-    text = "\n".join([Path(__file__).read_text(), names.OTHER_NAME, *names.HOSTS])
+    text = "\n".join([Path(__file__).read_text(), names.OTHER_NAME, *names.ADDRESSES])
     return hashlib.sha256(text.encode()).hexdigest()
 
 
@@ -115,7 +115,7 @@ def make_server(folder, kind, signer, extensions, start, end):
 
 def make_all(folder, now):
     day = datetime.timedelta(days=1)
-    listed = "\n".join(f"DNS.{number} = {name}" for number, name in enumerate(names.HOSTS, 1))
+    listed = "\n".join(f"DNS.{number} = {name}" for number, name in enumerate(names.ADDRESSES, 1))
     (folder / "lab.cnf").write_text(CONFIG.format(names=listed, other=names.OTHER_NAME))
     (folder / "index.txt").touch()
     (folder / "serial").write_text("1000\n")

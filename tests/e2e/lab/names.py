@@ -18,6 +18,10 @@ HOSTS = {
     CDN: "127.0.0.5",
 }
 
+# Servers that are not the lab's own; a test starts them where it wants them.
+NGINX = "nginx.lab.example"
+ADDRESSES = {**HOSTS, NGINX: "127.0.0.6"}
+
 # No server's own name; the certificate of the kind "wrong-name" carries it.
 OTHER_NAME = "elsewhere.lab.example"
 
@@ -52,7 +56,7 @@ def release_base_url(source, version):
 
 def hosts_file():
     lines = ["127.0.0.1 localhost", f"127.0.0.1 {socket.gethostname()}"]
-    lines += [f"{address} {name}" for name, address in HOSTS.items()]
+    lines += [f"{address} {name}" for name, address in ADDRESSES.items()]
     return "\n".join(lines) + "\n"
 
 
