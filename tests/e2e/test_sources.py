@@ -1,5 +1,6 @@
 """Sources that are down, lie, stall, redirect or mislead; and two sources that disagree."""
 
+import json
 import subprocess
 
 import pytest
@@ -292,6 +293,40 @@ def test_payload_request_is_the_engines_own(lab, tree):
     assert request.headers["user-agent"] == "Velmora Pine Relay Launcher"
     assert request.headers["accept-encoding"] == "identity"
     assert "cookie" not in request.headers and "referer" not in request.headers
+
+
+def trace_lines(tree, source):
+    path = tree.path(f".vpr-update/downloads-v1/{source}/download-trace.jsonl")
+    return [json.loads(line) for line in path.read_text(encoding="utf-8").splitlines()]
+
+
+def test_downloads_are_traced_by_what_they_bring(lab, tree):
+    files = {APPLICATION_PATH: app_binary(AFTER), f"{APPLICATION_FOLDER}/Themes/dawn.vprtheme": b"theme"}
+    update(files=files).publish(lab)
+    assert_updated(tree, lab.run(tree, answers=["yes"]))
+    lines = trace_lines(tree, "github")
+    assert {line["component"] for line in lines} == {"application", "theme"}
+    assert {line["endpoint"] for line in lines} == {"github"}
+    assert [line["reason"] for line in lines] == ["new-request", "headers-accepted", "payload", "sha256-verified"] * 2
+
+
+def test_slow_primary_is_compared_behind_delay_and_window_and_left(lab, tree):
+    """Ten seconds behind the first byte a window of ten seconds opens. It opens with the last chunk before that moment, so
+    that its own end may come a moment too early for a comparison, which then waits for the end of the next window."""
+    new = update(padding=5_000_000)
+    honest = new.payload_reply(APPLICATION_PATH, "backup")
+    new.publish(lab, payloads={APPLICATION_PATH: new.payload_reply(APPLICATION_PATH).but(throttle=100_000)})
+    # The backup has nothing when it is measured at the start, so that the primary begins.
+    lab.on(*new.place(APPLICATION_PATH, "backup"), [Reply(404), honest])
+    result = lab.run(tree, answers=["yes"], timeout=90)
+    assert_updated(tree, result)
+    _, transfer = lab.requests_to(*new.place(APPLICATION_PATH))
+    start, during, whole = lab.requests_to(*new.place(APPLICATION_PATH, "backup"))
+    assert start.range == "bytes=0-524287" and during.range == "bytes=0-4194303" and whole.range is None
+    assert 19.5 < during.time - transfer.time < 35
+    last = trace_lines(tree, "github")[-1]
+    assert last["reason"] == "backup-measured-faster"
+    assert 50_000 < last["comparisonPrimarySpeed"] < 150_000
 
 
 def test_application_in_use_is_not_half_replaced(lab, tree):
