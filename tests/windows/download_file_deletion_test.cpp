@@ -10,6 +10,7 @@
 #include "tests/support/import_hook.h"
 #include "tests/support/stand_in.h"
 #include "tests/support/temporary_directory.h"
+#include "tests/windows/cache_file_fixture.h"
 
 namespace launcher_download {
 namespace {
@@ -23,68 +24,8 @@ using test_support::TemporaryDirectory;
 using test_support::UnreadableAttributes;
 using test_support::WriteWholeFile;
 
-using OnCreateFile = StandIn<"CreateFileW", decltype(CreateFileW)>;
 using OnGetAttributes = StandIn<"GetFileAttributesW", decltype(GetFileAttributesW)>;
-using OnFileInformation = StandIn<"GetFileInformationByHandle", decltype(GetFileInformationByHandle)>;
 using OnSetInformation = StandIn<"SetFileInformationByHandle", decltype(SetFileInformationByHandle)>;
-
-constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-
-BOOL Refuse(DWORD error) {
-    SetLastError(error);
-    return FALSE;
-}
-
-bool Exists(const std::wstring& path) {
-    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
-platform::FileHandle Hold(const std::wstring& path, DWORD access, DWORD sharing) {
-    platform::FileHandle file(
-        CreateFileW(path.c_str(), access, sharing, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-    EXPECT_TRUE(static_cast<bool>(file)) << GetLastError();
-    return file;
-}
-
-/// What a file's handle may tell so that the file is not regular.
-struct HandleFacts {
-    const char* name;
-    DWORD addedAttributes;
-    DWORD links;
-    bool readable;
-};
-
-constexpr HandleFacts kIrregular[] = {{"link", FILE_ATTRIBUTE_REPARSE_POINT, 1, true},
-                                      {"directory", FILE_ATTRIBUTE_DIRECTORY, 1, true},
-                                      {"second name", 0, 2, true},
-                                      {"no name", 0, 0, true},
-                                      {"unreadable", 0, 1, false}};
-
-OnFileInformation Tell(const HandleFacts& facts) {
-    return OnFileInformation([facts](HANDLE file, LPBY_HANDLE_FILE_INFORMATION information) {
-        const BOOL good = OnFileInformation::Original(file, information);
-        information->dwFileAttributes |= facts.addedAttributes;
-        information->nNumberOfLinks = facts.links;
-        return facts.readable ? good : Refuse(ERROR_INVALID_FUNCTION);
-    });
-}
-
-struct Opening {
-    std::wstring path;
-    DWORD access, sharing, disposition, flags;
-};
-
-/// Records how files are opened.
-struct Openings {
-    std::vector<Opening> all;
-    OnCreateFile onCreate{[this](LPCWSTR path, DWORD access, DWORD sharing, LPSECURITY_ATTRIBUTES security,
-                                 DWORD disposition, DWORD flags, HANDLE other) {
-        EXPECT_EQ(security, nullptr);
-        EXPECT_EQ(other, nullptr);
-        all.push_back({path, access, sharing, disposition, flags});
-        return OnCreateFile::Original(path, access, sharing, security, disposition, flags, other);
-    }};
-};
 
 class File_Deletion : public ::testing::Test {
   protected:

@@ -14,6 +14,7 @@
 #include "tests/support/import_hook.h"
 #include "tests/support/stand_in.h"
 #include "tests/support/temporary_directory.h"
+#include "tests/windows/cache_file_fixture.h"
 
 namespace launcher_download {
 namespace {
@@ -28,66 +29,12 @@ using test_support::StandIn;
 using test_support::TemporaryDirectory;
 using test_support::WriteWholeFile;
 
-using OnCreateFile = StandIn<"CreateFileW", decltype(CreateFileW)>;
-using OnFileInformation = StandIn<"GetFileInformationByHandle", decltype(GetFileInformationByHandle)>;
 using OnFileSize = StandIn<"GetFileSizeEx", decltype(GetFileSizeEx)>;
 using OnSeek = StandIn<"SetFilePointerEx", decltype(SetFilePointerEx)>;
 using OnWriteFile = StandIn<"WriteFile", decltype(WriteFile)>;
 using OnMoveFile = StandIn<"MoveFileExW", decltype(MoveFileExW)>;
 
-constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 constexpr std::size_t kLimit = 262144;  // bytes of a file that is still appended to
-
-BOOL Refuse(DWORD error) {
-    SetLastError(error);
-    return FALSE;
-}
-
-platform::FileHandle Hold(const std::wstring& path, DWORD access, DWORD sharing) {
-    platform::FileHandle file(
-        CreateFileW(path.c_str(), access, sharing, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-    EXPECT_TRUE(static_cast<bool>(file)) << GetLastError();
-    return file;
-}
-
-struct Opening {
-    std::wstring path;
-    DWORD access, sharing, disposition, flags;
-};
-
-/// Records how files are opened.
-struct Openings {
-    std::vector<Opening> all;
-    OnCreateFile onCreate{[this](LPCWSTR path, DWORD access, DWORD sharing, LPSECURITY_ATTRIBUTES security,
-                                 DWORD disposition, DWORD flags, HANDLE other) {
-        all.push_back({path, access, sharing, disposition, flags});
-        return OnCreateFile::Original(path, access, sharing, security, disposition, flags, other);
-    }};
-};
-
-/// What a file's handle may tell so that the file is not regular.
-struct HandleFacts {
-    const char* name;
-    DWORD addedAttributes;
-    DWORD links;
-    bool readable;
-};
-
-constexpr HandleFacts kIrregular[] = {{"link", FILE_ATTRIBUTE_REPARSE_POINT, 1, true},
-                                      {"directory", FILE_ATTRIBUTE_DIRECTORY, 1, true},
-                                      {"second name", 0, 2, true},
-                                      {"unreadable", 0, 1, false}};
-
-/// Every handle tells that, or only the one that is judged as number `only`.
-OnFileInformation Tell(const HandleFacts& facts, int only = 0) {
-    return OnFileInformation([facts, only, asked = 0](HANDLE file, LPBY_HANDLE_FILE_INFORMATION information) mutable {
-        const BOOL good = OnFileInformation::Original(file, information);
-        if (++asked != only && only != 0) return good;
-        information->dwFileAttributes |= facts.addedAttributes;
-        information->nNumberOfLinks = facts.links;
-        return facts.readable ? good : Refuse(ERROR_INVALID_FUNCTION);
-    });
-}
 
 /// The number behind `utc` in a line; -1 if there is none.
 long long UtcOf(const std::string& line) {
@@ -143,10 +90,6 @@ class Trace_File : public ::testing::Test {
         const std::vector<std::string> before = state();
         Append();
         EXPECT_TRUE(state() == before);
-    }
-
-    [[nodiscard]] static bool Exists(const std::wstring& path) {
-        return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
     }
 
     TemporaryDirectory top_;

@@ -18,6 +18,7 @@
 #include "tests/support/import_hook.h"
 #include "tests/support/stand_in.h"
 #include "tests/support/temporary_directory.h"
+#include "tests/windows/cache_file_fixture.h"
 
 namespace launcher_download {
 
@@ -37,70 +38,11 @@ using test_support::StandIn;
 using test_support::TemporaryDirectory;
 using test_support::WriteWholeFile;
 
-using OnCreateFile = StandIn<"CreateFileW", decltype(CreateFileW)>;
-using OnFileInformation = StandIn<"GetFileInformationByHandle", decltype(GetFileInformationByHandle)>;
 using OnFileSize = StandIn<"GetFileSizeEx", decltype(GetFileSizeEx)>;
 using OnReadFile = StandIn<"ReadFile", decltype(ReadFile)>;
 using OnWriteFile = StandIn<"WriteFile", decltype(WriteFile)>;
 using OnMoveFile = StandIn<"MoveFileExW", decltype(MoveFileExW)>;
 using OnHashData = StandIn<"BCryptHashData", decltype(BCryptHashData)>;
-
-constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-
-BOOL Refuse(DWORD error) {
-    SetLastError(error);
-    return FALSE;
-}
-
-bool Exists(const std::wstring& path) {
-    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
-platform::FileHandle Hold(const std::wstring& path, DWORD access, DWORD sharing) {
-    platform::FileHandle file(
-        CreateFileW(path.c_str(), access, sharing, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-    EXPECT_TRUE(static_cast<bool>(file)) << GetLastError();
-    return file;
-}
-
-struct Opening {
-    std::wstring path;
-    DWORD access, sharing, disposition, flags;
-};
-
-/// Records how files are opened.
-struct Openings {
-    std::vector<Opening> all;
-    OnCreateFile onCreate{[this](LPCWSTR path, DWORD access, DWORD sharing, LPSECURITY_ATTRIBUTES security,
-                                 DWORD disposition, DWORD flags, HANDLE other) {
-        all.push_back({path, access, sharing, disposition, flags});
-        return OnCreateFile::Original(path, access, sharing, security, disposition, flags, other);
-    }};
-};
-
-/// What a file's handle may tell so that the file is not regular.
-struct HandleFacts {
-    const char* name;
-    DWORD addedAttributes;
-    DWORD links;
-    bool readable;
-};
-
-constexpr HandleFacts kIrregular[] = {{"link", FILE_ATTRIBUTE_REPARSE_POINT, 1, true},
-                                      {"directory", FILE_ATTRIBUTE_DIRECTORY, 1, true},
-                                      {"second name", 0, 2, true},
-                                      {"unreadable", 0, 1, false}};
-
-/// Every handle tells that, or only the one that is judged as number `only`.
-OnFileInformation Tell(const HandleFacts& facts, int only = 0) {
-    return OnFileInformation([facts, only, asked = 0](HANDLE file, LPBY_HANDLE_FILE_INFORMATION information) mutable {
-        const BOOL good = OnFileInformation::Original(file, information);
-        if (++asked != only && only != 0) return good;
-        information->dwFileAttributes |= facts.addedAttributes;
-        information->nNumberOfLinks = facts.links;
-        return facts.readable ? good : Refuse(ERROR_INVALID_FUNCTION);
-    });
-}
 
 const ResumeState kOld{std::wstring(64, L'a'), L"\"old\"", 1234567};
 const ResumeState kNew{std::wstring(64, L'0'), L"\"new-1\"", 0x80000000};
