@@ -2,6 +2,7 @@
 
 import itertools
 import os
+import time
 
 import pytest
 
@@ -946,6 +947,11 @@ class Stop:
 
     def give(self):
         self.path.touch()
+        self._given = time.monotonic()
+
+    def seconds(self):
+        """Since it was given. The engine's own count begins when it looks, which it might forget."""
+        return time.monotonic() - self._given
 
 
 def test_cancel_before_anything_leaves_nothing(lab):
@@ -957,11 +963,11 @@ def test_cancel_before_anything_leaves_nothing(lab):
     assert not download.cache.root.exists()
 
 
-# Two sources that are silent are left at the end of the step under way, those that still deliver at once.
-@pytest.mark.parametrize("held, sent, ms", [
-    ({"delay": 60}, 0, 2500), ({"stall_at": 100_000}, 100_000, 2500), ({"throttle": 100_000}, 10_000, 1500)
-])
-def test_cancel_during_the_comparison_at_the_start(lab, held, sent, ms):
+# Sources that are silent are left at the end of the step under way, those that deliver at once.
+@pytest.mark.parametrize("held, sent, seconds", [
+    ({"delay": 60}, 0, 2.5), ({"stall_at": 100_000}, 100_000, 2.5), ({"throttle": 100_000}, 10_000, 1.5)
+], ids=["silent", "silent-in-the-body", "delivering"])
+def test_cancel_during_the_comparison_at_the_start(lab, held, sent, seconds):
     stop, download = Stop(lab), Download(lab)
     for source in BOTH:
         download.serve(source, probe=download.honest(source, **held))
@@ -971,8 +977,8 @@ def test_cancel_during_the_comparison_at_the_start(lab, held, sent, ms):
         lab.wait_for_bytes(probe, sent)
     stop.give()
     done = download.finish()
+    assert stop.seconds() < seconds
     assert_cancelled(done.only)
-    assert 0 <= done.only.cancel_ms < ms
     assert done.only.course() == ["comparing-source"]
     assert [download.transfers(source) for source in BOTH] == [[], []]
     assert [download.names_in(source) for source in BOTH] == [[], []]
@@ -998,10 +1004,10 @@ def test_cancel_during_the_comparison_of_a_running_download(lab):
     probe = lab.wait_for_request(*late.payload.place("backup"))
     lab.wait_for_bytes(probe, 30_000)
     stop.give()
-    for download in (at_once, late):
-        done = download.finish()
+    ends = [late.finish(), at_once.finish()]
+    assert stop.seconds() < 2.5
+    for download, done in zip((late, at_once), ends):
         assert_cancelled(done.only)
-        assert 0 <= done.only.cancel_ms < 2500
         assert done.only.course() == ["connecting", "receiving", "comparing-source", "cancelled"]
         assert download.words("primary")[-2:] == ["bounded-comparison", "user"]
         assert download.transfers("backup") == []
@@ -1143,14 +1149,14 @@ THEME = f"{APPLICATION_FOLDER}/Themes/dawn.vprtheme"
 CONTENT = {READING: SyntheticBody(400_000, 11), THEME: SyntheticBody(350_000, 12)}
 
 
-def release(content=CONTENT):
-    return update(AFTER, files={APPLICATION_PATH: app_binary(AFTER, 200_000), **content})
+def release():
+    return update(AFTER, files={APPLICATION_PATH: app_binary(AFTER, 200_000), **CONTENT})
 
 
-def assert_updated(tree, result, content=CONTENT):
+def assert_updated(tree, result):
     assert result.exit_code == 0 and result.app.version == AFTER
     assert tree.read(APPLICATION_PATH) == app_binary(AFTER, 200_000)
-    for path, body in content.items():
+    for path, body in CONTENT.items():
         assert tree.read(path) == body.read_all()
     assert tree.read_configuration()["productVersion"] == AFTER
     tree.assert_no_leftovers()
