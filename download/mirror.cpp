@@ -54,14 +54,6 @@ class MirroredDownload {
     [[nodiscard]] Result Run();
 
   private:
-    /// How the second source takes over from the first.
-    struct Switch {
-        Request& first;
-        Request& second;
-        std::int32_t firstPreference;
-        std::int32_t secondPreference;
-    };
-
     [[nodiscard]] bool PrepareDirectories();
     [[nodiscard]] bool ServeFromCache(const Request& source, Result& result) const;
     [[nodiscard]] bool ChooseBackup();

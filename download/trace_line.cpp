@@ -37,6 +37,7 @@ constexpr bool RowsStandInOrder() {
     return true;
 }
 static_assert(RowsStandInOrder(), "a phase's number is its row");
+static_assert(std::size(kPhases) == static_cast<std::size_t>(Phase::comparingSource) + 1, "every phase has its word");
 
 constexpr std::string_view kComponents[] = {"payload", "launcher", "application", "runtime", "theme", "package"};
 
