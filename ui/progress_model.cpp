@@ -151,7 +151,7 @@ StageDisplay Display(WindowModel& model, const StageEvent& event) {
         case Stage::Cancelled:
             return {model.Text(TextId::CancelledStarting), L"", 0, false, false};
         case Stage::Failed:
-            return {model.Text(TextId::DownloadIncomplete), L"", 100, false, false};
+            return {model.Text(TextId::DidNotFinishChecking), L"", 100, false, false};
         case Stage::CheckingFiles:
             ShowFiles(model, event, TextId::CheckingFiles, display);
             return display;

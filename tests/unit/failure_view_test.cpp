@@ -161,7 +161,7 @@ TEST(FailureView, AnotherOne_IsHeldAnew) {
 TEST(FailureView, AfterAStageFailed_SaysWhatHappensNext) {
     WindowModel model = ProgressWindow();
     Apply(model, Stage::Failed, L"why");
-    EXPECT_EQ(model.At(Control::progressLine).text, model.Text(TextId::DownloadIncomplete));
+    EXPECT_EQ(model.At(Control::progressLine).text, model.Text(TextId::DidNotFinishChecking));
     OpenFailure(model, true, L"why");
     EXPECT_EQ(model.At(Control::progressLine).text, model.Text(TextId::DidNotFinishStarting));
 }

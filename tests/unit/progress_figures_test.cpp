@@ -243,7 +243,7 @@ TEST(Sequence, FailureAfterAnOffer_IsToldInTheLargeView) {
     WindowModel model = PromptWindow();
     Apply(model, Stage::Failed, L"why");
     EXPECT_EQ(model.viewMode, ViewMode::progress);
-    EXPECT_EQ(model.At(Control::progressLine).text, model.Text(TextId::DownloadIncomplete));
+    EXPECT_EQ(model.At(Control::progressLine).text, model.Text(TextId::DidNotFinishChecking));
 }
 
 // --- Reset ---

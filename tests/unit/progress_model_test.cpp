@@ -71,7 +71,7 @@ const std::vector<StageRow>& StageTable() {
         {Stage::Installing, L"2.2", 0, 0, 0, kMoving, kFinal, kInstalling},
         {Stage::Completed, L"2.2", 0, 0, 100, kStill, kFinal, {TextId::CompletedPrefix, L"2.2"}},
         {Stage::Cancelled, L"2.2", 0, 0, 0, kStill, kFinal, {TextId::CancelledStarting}},
-        {Stage::Failed, L"no space", 0, 0, 100, kStill, kFinal, {TextId::DownloadIncomplete}},
+        {Stage::Failed, L"no space", 0, 0, 100, kStill, kFinal, {TextId::DidNotFinishChecking}},
         {Stage::CheckingFiles, L"a.dll", 1, 3, 33, kStill, kFinal, {L"33% · ", TextId::CheckingFiles, L" · a.dll"}},
         {Stage::CheckingFiles, L"", 2, 3, 66, kStill, kFinal, {L"66% · ", TextId::CheckingFiles}},
         {Stage::CheckingFiles, L"a.dll", 7, 0, 0, kMoving, kFinal, {L"0% · ", TextId::CheckingFiles, L" · a.dll"}},
@@ -367,7 +367,7 @@ TEST(ApplyStage_Repair, InTheProgressView_ReplacesTheTextToo) {
 
 TEST(ApplyStage_Repair, InTheProgressView_EndsInItsOwnWords) {
     for (const auto& [stage, text] : {std::pair{Stage::Cancelled, TextId::CancelledStarting},
-                                      std::pair{Stage::Failed, TextId::DownloadIncomplete}}) {
+                                      std::pair{Stage::Failed, TextId::DidNotFinishChecking}}) {
         WindowModel model = ProgressWindow();
         model.progress.repairMode = true;
         Apply(model, stage, L"x");
