@@ -2,14 +2,15 @@
 
 #include <windows.h>
 
-#include "product/language.h"
-#include "product/locations.h"
-
 namespace launcher_shell {
 
-void ShowLaunchStopped(const std::wstring& message) {
-    const std::wstring text = product::LocalizedText(product::TextId::RecoveryNeedsAttention) + (L"\n\n" + message);
-    MessageBoxW(nullptr, text.c_str(), product::kProductName, MB_OK | MB_ICONERROR);
+void ShowLaunchStopped(launcher_ui::StatusWindow& status, const std::wstring& message) {
+    if (status.window == nullptr &&
+        !launcher_ui::CreateStatusWindow(status, GetModuleHandleW(nullptr), L"", SW_SHOWNORMAL)) {
+        return;
+    }
+    launcher_ui::ShowFailure(status, false, message);
+    launcher_ui::HoldFailureView(status);
 }
 
 }  // namespace launcher_shell

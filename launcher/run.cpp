@@ -13,9 +13,12 @@
 #include "launcher/configuration.h"
 #include "launcher/exit_codes.h"
 #include "launcher/launch_stopped.h"
+#include "launcher/update_result.h"
 #include "launcher/update_worker.h"
+#include "launcher/window_bridge.h"
 #include "platform/text.h"
 #include "product/language.h"
+#include "ui/status_window.h"
 #include "update/transaction/recovery.h"
 #include "update/workflow/check_and_apply.h"
 
@@ -32,14 +35,16 @@ struct Launch {
     LauncherConfiguration configuration;
     ConfigurationStatus configurationStatus = ConfigurationStatus::missing;
     launcher_update::Result updateResult;
+    bool useWindow = false;
+    launcher_ui::StatusWindow statusWindow;  // lives to the end of the run
 };
 
 /// A step's answer: nothing to go on, or the exit code of the run.
 using ExitWith = std::optional<int>;
 constexpr std::nullopt_t kGoOn = std::nullopt;
 
-ExitWith StopWithMessage(const std::wstring& message, int exitCode) {
-    ShowLaunchStopped(message);
+ExitWith StopWithMessage(Launch& launch, const std::wstring& message, int exitCode) {
+    ShowLaunchStopped(launch.statusWindow, message);
     return exitCode;
 }
 
@@ -75,19 +80,19 @@ ExitWith SplitCommandLine(Launch& launch) {
 ExitWith SettleUpdateFolder(Launch& launch) {
     std::wstring error;
     if (launcher_update::PrepareUpdateFolder(launch.launcherDirectory, error)) return kGoOn;
-    return StopWithMessage(error, kUpdateFolderUnsettled);
+    return StopWithMessage(launch, error, kUpdateFolderUnsettled);
 }
 
 ExitWith ReadConfiguration(Launch& launch) {
     std::wstring error;
     launch.configurationStatus = ReadLauncherConfiguration(launch.configurationPath, launch.configuration, error);
     if (launch.configurationStatus == ConfigurationStatus::unusable)
-        return StopWithMessage(error, kConfigurationUnusable);
+        return StopWithMessage(launch, error, kConfigurationUnusable);
     if (launch.configurationStatus == ConfigurationStatus::read || launch.commandLine.replacementMentioned)
         return kGoOn;
     if (!RebuildLauncherConfiguration(launch.launcherDirectory, launch.launcherPath, launch.configurationPath,
                                       launch.configuration, error)) {
-        return StopWithMessage(error, kConfigurationUnusable);
+        return StopWithMessage(launch, error, kConfigurationUnusable);
     }
     launch.configurationStatus = ConfigurationStatus::read;
     return kGoOn;
@@ -115,35 +120,73 @@ bool WorkflowIsWanted(const Launch& launch) {
            !launch.configuration.updateManifestUrl.empty();
 }
 
+/// A window that cannot be made is done without: the check goes on unseen, and asks with a plain message box.
+ExitWith OpenStatusWindow(Launch& launch) {
+    launch.useWindow =
+        WorkflowIsWanted(launch) && launcher_ui::CreateStatusWindow(launch.statusWindow, GetModuleHandleW(nullptr),
+                                                                    launch.configuration.productVersion, SW_SHOWNORMAL);
+    return kGoOn;
+}
+
+/// Nothing has been touched, so the installed version starts.
+void NoteWorkerNotStarted(Launch& launch) {
+    launch.updateResult.outcome = launcher_update::Outcome::Failed;
+    launch.updateResult.error = L"Unable to start the update-check worker thread.";
+    launcher_ui::ApplyStage(launch.statusWindow, launcher_update::Stage::Failed, launch.updateResult.error, 0, 0);
+}
+
 ExitWith RunUpdateWorkflow(Launch& launch) {
     if (!WorkflowIsWanted(launch)) return kGoOn;
-    const launcher_update::Settings settings = BuildSettings(launch.configuration);
+    launcher_update::Settings settings = BuildSettings(launch.configuration);
+    if (launch.useWindow) ConnectToWindow(settings, launch.statusWindow);
     const auto work = [&launch, &settings] {
         return launcher_update::CheckAndApply(launch.launcherDirectory, settings, launch.commandLine.checkForUpdates,
                                               false, {});
     };
-    if (!RunUpdateWorker(work, launch.updateResult)) {
-        launch.updateResult.outcome = launcher_update::Outcome::Failed;
-        launch.updateResult.error = L"Unable to start the update-check worker thread.";
-    }
+    launcher_ui::StatusWindow* window = launch.useWindow ? &launch.statusWindow : nullptr;
+    if (!RunUpdateWorker(window, work, launch.updateResult)) NoteWorkerNotStarted(launch);
     return kGoOn;
 }
 
-/// Only a tree that may be mixed stops the launch. What else happened is a status, and there is no window yet to show
-/// one.
-ExitWith StopIfUnsafe(Launch& launch) {
-    return launch.updateResult.safeToLaunch ? kGoOn : StopWithMessage(launch.updateResult.error, kUnsafeToLaunch);
+/// What stops a launch must be said, also by a run that went on without a window.
+void EnsureWindow(Launch& launch) {
+    launcher_ui::StatusWindow& status = launch.statusWindow;
+    if (status.window != nullptr) return;
+    launch.useWindow = launcher_ui::CreateStatusWindow(status, GetModuleHandleW(nullptr),
+                                                       launch.configuration.productVersion, SW_SHOWNORMAL);
+}
+
+/// Only a tree that may be mixed stops the launch. Everything else stands for a moment to be read.
+ExitWith ActOnResult(Launch& launch) {
+    if (!WorkflowIsWanted(launch)) return kGoOn;
+    const launcher_update::Result& result = launch.updateResult;
+    if (!result.safeToLaunch) EnsureWindow(launch);
+    if (!PresentUpdateResult(launch.statusWindow, result, launch.commandLine.checkForUpdates)) {
+        launcher_ui::HoldFailureView(launch.statusWindow);
+        return kUnsafeToLaunch;
+    }
+    if (result.outcome == launcher_update::Outcome::Applied) launch.configuration.productVersion = result.version;
+    const bool failed = result.outcome == launcher_update::Outcome::Failed;
+    if (launch.useWindow) HoldWindow(launch.statusWindow, failed ? kHoldAfterFailureMs : kHoldMs);
+    return kGoOn;
+}
+
+/// The user never sees both at once.
+ExitWith HideTheWindow(Launch& launch) {
+    launcher_ui::HideStatusWindow(launch.statusWindow);
+    return kGoOn;
 }
 
 ExitWith StartTheApplication(Launch& launch) {
     std::wstring path;
     std::wstring error;
     if (!ResolveApplicationPath(launch.launcherDirectory, launch.configuration, path, error)) {
-        return StopWithMessage(error, kApplicationNotFound);
+        return StopWithMessage(launch, error, kApplicationNotFound);
     }
     const DWORD failure = StartApplication(path, launch.commandLine.forwardedArguments);
     if (failure == ERROR_SUCCESS) return kStarted;
-    return StopWithMessage(product::LocalizedText(product::TextId::StartFailedPrefix) + std::to_wstring(failure) +
+    return StopWithMessage(launch,
+                           product::LocalizedText(product::TextId::StartFailedPrefix) + std::to_wstring(failure) +
                                product::LocalizedText(product::TextId::StartFailedSuffix) + path,
                            static_cast<int>(failure));
 }
@@ -159,9 +202,10 @@ int RunLauncher() {
         SettleUpdateFolder,  // before anything that an interrupted update may have left half done is read
         ReadConfiguration,
         RefuseLauncherReplacement,
-        // here: the status window
+        OpenStatusWindow,
         RunUpdateWorkflow,
-        StopIfUnsafe,
+        ActOnResult,
+        HideTheWindow,
         StartTheApplication,
     };
     Launch launch;

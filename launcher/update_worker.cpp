@@ -28,15 +28,31 @@ unsigned __stdcall RunWork(void* argument) {
     return 0;
 }
 
+/// The worker sends messages to the window and waits for each: a wait that did not pump would be for ever. False if the
+/// system refuses the wait.
+bool WaitPumping(launcher_ui::StatusWindow& window, HANDLE thread) {
+    for (;;) {
+        const DWORD woken = MsgWaitForMultipleObjects(1, &thread, FALSE, INFINITE, launcher_ui::kWakeMask);
+        if (woken != WAIT_OBJECT_0 && woken != WAIT_OBJECT_0 + 1) return false;
+        launcher_ui::PumpMessages(window);
+        if (woken == WAIT_OBJECT_0) return true;
+    }
+}
+
+bool WaitFor(launcher_ui::StatusWindow* window, HANDLE thread) {
+    return window != nullptr ? WaitPumping(*window, thread) : WaitForSingleObject(thread, INFINITE) == WAIT_OBJECT_0;
+}
+
 }  // namespace
 
-bool RunUpdateWorker(std::function<launcher_update::Result()> work, launcher_update::Result& result) {
+bool RunUpdateWorker(launcher_ui::StatusWindow* window, std::function<launcher_update::Result()> work,
+                     launcher_update::Result& result) {
     WorkerBlock block{std::move(work), {}};
     block.result.error = L"The update worker stopped unexpectedly.";
     const platform::KernelHandle thread(
         reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, RunWork, &block, 0, nullptr)));
     if (!thread) return false;
-    const bool confirmed = WaitForSingleObject(thread.Get(), INFINITE) == WAIT_OBJECT_0;
+    const bool confirmed = WaitFor(window, thread.Get());
     // The worker writes into this frame: whatever the first wait says, the frame must not go before the thread.
     if (!confirmed) WaitForSingleObject(thread.Get(), INFINITE);
     result = std::move(block.result);

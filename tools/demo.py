@@ -2,7 +2,6 @@
 names, lets the shipped launcher update an installation, and shows what changed."""
 
 import json
-import os
 import subprocess
 import sys
 from pathlib import Path
@@ -10,7 +9,7 @@ from pathlib import Path
 TOP = Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(TOP / "tests/e2e"))
 
-from lab import Lab, Reply, STATE, app_binary, install, names  # noqa: E402
+from lab import Lab, Reply, STATE, Screen, app_binary, install, names  # noqa: E402
 
 OUT = Path(sys.argv[1])
 OLD, NEW = "1.0.0.0", "1.1.0.0"
@@ -54,10 +53,9 @@ def serve(lab):
         say(f"https://{host}{folder}{upload.name}")
 
 
-def take_picture(name):
-    subprocess.run(["import", "-window", "root", "-trim", "+repage", OUT / name], check=True,
-                   env={**os.environ, "DISPLAY": os.environ["VPR_WINE_DISPLAY"]})
-    say(f"picture: build/demo/{name}")
+def take_picture(screen, name, window):
+    screen.take_picture(name, window)
+    say(f"picture: build/demo/{name}.png")
 
 
 def show_run(result):
@@ -83,9 +81,10 @@ def demo(lab):
     tree = install(lab, "Velmora", app_version=OLD)
     before = tree.snapshot(exclude=STATE)
     run = lab.start(tree, ["C:\\Music\\first song.wav"], ["wait"])
-    run.wait_for_window("dialog")
-    take_picture("prompt.png")
-    run.click(6)  # yes
+    screen = Screen(OUT)
+    take_picture(screen, "prompt", run.wait_for_window("prompt"))
+    screen.click(run, "update")
+    take_picture(screen, "updated", run.wait_for_window("progress", match=lambda window: window.shows("Update complete")))
     result = run.wait()
     show_run(result)
     headline("what changed in the installation")

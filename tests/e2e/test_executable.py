@@ -11,8 +11,8 @@ from lab.programs import read_program
 
 ICON_GROUP, MANIFEST = 14, 24  # RT_GROUP_ICON, RT_MANIFEST
 SYSTEM_LIBRARIES = {
-    "advapi32.dll", "bcrypt.dll", "kernel32.dll", "msvcrt.dll", "shell32.dll", "shlwapi.dll", "user32.dll", "version.dll",
-    "winhttp.dll",
+    "advapi32.dll", "bcrypt.dll", "comctl32.dll", "gdi32.dll", "kernel32.dll", "msvcrt.dll", "shell32.dll", "shlwapi.dll",
+    "user32.dll", "uxtheme.dll", "version.dll", "winhttp.dll",
 }
 
 

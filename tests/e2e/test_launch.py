@@ -222,10 +222,10 @@ def test_lock_taken_while_the_user_decides_stops_the_second_update(lab, tree):
     new = update()
     new.publish(lab, payloads={APPLICATION_PATH: new.payload_reply(APPLICATION_PATH).but(hold=gate)})
     slow = lab.start(tree, answers=["wait", "ok"])
-    slow.wait_for_window("dialog")
+    slow.wait_for_window("prompt")
     fast = lab.start(tree, answers=["yes"])
     lab.wait_for_request(names.PRIMARY_RELEASE)
-    slow.click(6)  # IDYES
+    slow.click("update")
     result = slow.wait()
     assert result.exit_code == 40 and result.app is None
     assert result.dialogs[-1].shows("另一個啟動器正在更新；本次暫不啟動主程式。")

@@ -97,16 +97,19 @@ def test_prompt_shows_version_and_notes(lab):
     tree = installed(lab)
     release(notes=notes(note("en", "Quieter start", ["Faster", "更小"]), note("ja", "静か"))).publish(lab)
     result = lab.run(tree, answers=["no"])
-    [dialog] = result.dialogs
-    assert dialog.title == "Velmora Pine Relay"
-    assert dialog.shows("發現 Velmora Pine Relay 1.1.0.0 更新。\n\n現在下載並安裝嗎？\n\nQuieter start\n• Faster\n• 更小")
+    [prompt] = result.dialogs
+    assert prompt.view == "prompt" and prompt.title == "Velmora Pine Relay"
+    assert prompt.shows("A new version is available") and prompt.shows("1.0.0.0 → 1.1.0.0")
+    assert prompt.shows("What's new\r\n\r\nQuieter start\r\n\r\nFaster\r\n\r\n更小")
+    assert not prompt.shows("View full release notes"), "there is no address to lead to"
 
 
-def test_prompt_without_notes_shows_their_address(lab):
+def test_prompt_without_notes_says_so_and_leads_to_their_address(lab):
     tree = installed(lab)
     release(notes_url="https://notes.example/1.1").publish(lab)
-    [dialog] = lab.run(tree, answers=["no"]).dialogs
-    assert dialog.shows("現在下載並安裝嗎？\n\n更新說明：\nhttps://notes.example/1.1")
+    [prompt] = lab.run(tree, answers=["no"]).dialogs
+    assert prompt.shows("What's new\r\n\r\nRelease notes are not available for this version.")
+    assert prompt.shows("View full release notes")
 
 
 def test_normal_release_waits_for_the_interval(lab):

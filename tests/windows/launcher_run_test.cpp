@@ -33,6 +33,8 @@ using OnModuleFileName = StandIn<"GetModuleFileNameW", decltype(GetModuleFileNam
 using OnCommandLine = StandIn<"GetCommandLineW", decltype(GetCommandLineW)>;
 using OnSplit = StandIn<"CommandLineToArgvW", decltype(CommandLineToArgvW)>;
 using OnMessageBox = StandIn<"MessageBoxW", decltype(MessageBoxW)>;
+using OnWait = StandIn<"MsgWaitForMultipleObjects", decltype(MsgWaitForMultipleObjects)>;
+using OnCreateWindow = StandIn<"CreateWindowExW", decltype(CreateWindowExW)>;
 using OnCreateProcess = StandIn<"CreateProcessW", decltype(CreateProcessW)>;
 using OnBeginThread = StandIn<"_beginthreadex", decltype(_beginthreadex)>;
 using OnOpenInternet = StandIn<"WinHttpOpen", decltype(WinHttpOpen)>;
@@ -43,8 +45,25 @@ struct Start {
     std::wstring folder;
 };
 
-/// Whole runs of the launcher inside this program: Windows is asked as ever, but for the own path, the command line,
-/// the message boxes and the start of the application. There is no network.
+std::wstring TextOf(HWND window) {
+    wchar_t text[1024] = L"";
+    GetWindowTextW(window, text, 1024);
+    return text;
+}
+
+/// The status window of this program, visible or not, or null.
+HWND StatusWindowHandle() {
+    return FindWindowW(L"VPRLauncherStatusWindow", nullptr);
+}
+
+/// What the notes panel says, or nothing while it is not to be seen.
+std::wstring PanelText() {
+    const HWND panel = FindWindowExW(StatusWindowHandle(), nullptr, L"VPRReleaseNotesPanel", nullptr);
+    return IsWindowVisible(panel) ? TextOf(panel) : std::wstring();
+}
+
+/// Whole runs of the launcher inside this program: Windows is asked as ever, but for the own path, the command line and
+/// the start of the application. There is no network. A user closes every view that waits for it.
 class LauncherRun : public testing::Test {
   protected:
     LauncherRun() {
@@ -70,23 +89,43 @@ class LauncherRun : public testing::Test {
 
     void ExpectStopped(const std::wstring& message) const {
         ASSERT_EQ(messages.size(), 1u);
-        EXPECT_EQ(messages[0], L"Update recovery needs attention. Launch stopped.\n\n" + message)
+        EXPECT_EQ(messages[0], L"What's new\r\n\r\nUpdate recovery needs attention. Launch stopped.\r\n\r\n" + message)
             << platform::EncodeUtf8(messages[0]);
         EXPECT_TRUE(starts.empty());
+        EXPECT_EQ(StatusWindowHandle(), nullptr);
     }
     void ExpectStarted(int exitCode) const {
         EXPECT_EQ(exitCode, kStarted);
+        EXPECT_EQ(StatusWindowHandle(), nullptr) << "the window outlived the run";
         EXPECT_EQ(starts.size(), 1u);
         EXPECT_TRUE(messages.empty());
+    }
+
+    void LookAtTheWindow() {
+        const HWND window = StatusWindowHandle();
+        const std::wstring panel = PanelText();
+        if (panel.empty() || panel == lastSeen) return;
+        lastSeen = panel;
+        if (!IsWindowVisible(GetDlgItem(window, 1004))) {
+            notices.push_back(panel);
+            return;
+        }
+        course.emplace_back("message");
+        messages.push_back(panel);
+        PostMessageW(window, WM_CLOSE, 0, 0);
     }
 
     TemporaryDirectory folder;
     std::wstring launcherPath = folder / L"Velmora Pine Relay.exe";
     std::wstring commandLine = L"launcher.exe";
     std::vector<std::string> course;
-    std::vector<std::wstring> messages;
+    std::vector<std::wstring> messages;  // of views that wait for the user
+    std::vector<std::wstring> notices;   // of views that pass by themselves
+    std::wstring lastSeen;
     std::vector<Start> starts;
     int sessions = 0;
+    int holdWaits = 0;
+    bool noWindows = false;
     DWORD startFailure = ERROR_SUCCESS;
 
     OnDpiContext onDpiContext{[this](DPI_AWARENESS_CONTEXT context) {
@@ -111,18 +150,28 @@ class LauncherRun : public testing::Test {
         course.emplace_back("command line");
         return commandLine.data();
     }};
-    OnMessageBox onMessageBox{[this](HWND owner, LPCWSTR text, LPCWSTR title, UINT flags) {
-        course.emplace_back("message");
-        EXPECT_EQ(owner, nullptr);
-        EXPECT_STREQ(title, L"Velmora Pine Relay");
-        EXPECT_EQ(flags, static_cast<UINT>(MB_OK | MB_ICONERROR));
-        messages.emplace_back(text);
+    OnMessageBox onMessageBox{[](auto...) {
+        ADD_FAILURE() << "nothing is said in a dialog";
         return IDOK;
+    }};
+    OnWait onWait{[this](DWORD count, const HANDLE* handles, BOOL all, DWORD milliseconds, DWORD mask) {
+        EXPECT_EQ(mask, 0x1CFFu);
+        if (IsWindowVisible(StatusWindowHandle())) LookAtTheWindow();
+        if (count == 0 && milliseconds <= 20) ++holdWaits;
+        return OnWait::Original(count, handles, all, milliseconds, mask);
+    }};
+    OnCreateWindow onCreateWindow{[this](DWORD extended, LPCWSTR name, LPCWSTR title, DWORD style, int x, int y,
+                                         int width, int height, HWND parent, HMENU menu, HINSTANCE instance,
+                                         LPVOID parameter) -> HWND {
+        if (noWindows) return nullptr;
+        return OnCreateWindow::Original(extended, name, title, style, x, y, width, height, parent, menu, instance,
+                                        parameter);
     }};
     OnCreateProcess onCreateProcess{[this](LPCWSTR program, LPWSTR line, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES,
                                            BOOL, DWORD, LPVOID, LPCWSTR startFolder, LPSTARTUPINFOW,
                                            LPPROCESS_INFORMATION) {
         course.emplace_back("start");
+        EXPECT_FALSE(IsWindowVisible(StatusWindowHandle())) << "the application and the window are seen at once";
         starts.push_back({program, line, startFolder});
         SetLastError(startFailure);
         return startFailure == ERROR_SUCCESS ? TRUE : FALSE;
@@ -252,10 +301,32 @@ TEST_F(LauncherRun, SkippedCheck_AsksNothing) {
     EXPECT_EQ(sessions, 0);
 }
 
-TEST_F(LauncherRun, FailedCheck_StartsTheInstalledVersion) {
+constexpr wchar_t kDidNotFinish[] = L"What's new\r\n\r\nUpdate did not finish. Starting the installed version…";
+
+TEST_F(LauncherRun, FailedCheck_IsShownForAWhileAndStartsTheInstalledVersion) {
     ConfigureWithALocation();
+    const ULONGLONG begin = GetTickCount64();
     ExpectStarted(RunLauncher());
+    EXPECT_GE(GetTickCount64() - begin, 1400u - 20u);
+    EXPECT_GT(holdWaits, 10) << "the window is pumped meanwhile";
     EXPECT_EQ(sessions, 2) << "a location of the user's own has two attempts and no backup";
+    ASSERT_EQ(notices.size(), 1u);
+    EXPECT_TRUE(notices[0].starts_with(kDidNotFinish)) << platform::EncodeUtf8(notices[0]);
+}
+
+TEST_F(LauncherRun, WithoutAnyWindow_TheCheckGoesOnUnseen) {
+    ConfigureWithALocation();
+    noWindows = true;
+    ExpectStarted(RunLauncher());
+    EXPECT_EQ(sessions, 2);
+    EXPECT_EQ(holdWaits, 0) << "there is nothing to be read";
+}
+
+TEST_F(LauncherRun, WithoutAnyWindow_AStopIsStillAStop) {
+    noWindows = true;
+    WriteWholeFile(folder / L"current.json", "{}");
+    EXPECT_EQ(RunLauncher(), 3);
+    EXPECT_TRUE(starts.empty());
 }
 
 TEST_F(LauncherRun, WorkerThatCannotStart_StartsTheInstalledVersion) {
@@ -267,6 +338,8 @@ TEST_F(LauncherRun, WorkerThatCannotStart_StartsTheInstalledVersion) {
     });
     ExpectStarted(RunLauncher());
     EXPECT_EQ(refused, 1);
+    ASSERT_EQ(notices.size(), 1u);
+    EXPECT_EQ(notices[0], std::wstring(kDidNotFinish) + L"\r\n\r\nUnable to start the update-check worker thread.");
 }
 
 TEST_F(LauncherRun, UnsafeResult_StopsWithForty) {

@@ -327,6 +327,7 @@ TEST(UpdateWorker, ResultIsHandedOver) {
     const DWORD mainThread = GetCurrentThreadId();
     DWORD workerThread = 0;
     ASSERT_TRUE(RunUpdateWorker(
+        nullptr,
         [&workerThread] {
             workerThread = GetCurrentThreadId();
             Result done;
@@ -346,7 +347,7 @@ TEST(UpdateWorker, ExceptionOrNothingToRun_IsUnsafe) {
          {std::function<Result()>(), std::function<Result()>([]() -> Result { throw std::runtime_error("x"); }),
           std::function<Result()>([]() -> Result { throw 7; })}) {
         Result result;
-        ASSERT_TRUE(RunUpdateWorker(work, result));
+        ASSERT_TRUE(RunUpdateWorker(nullptr, work, result));
         EXPECT_EQ(result.outcome, Outcome::Failed);
         EXPECT_FALSE(result.safeToLaunch);
         EXPECT_EQ(result.error, L"The update worker stopped unexpectedly.");
@@ -358,7 +359,8 @@ TEST(UpdateWorker, ThreadThatCannotStart_SaysSo) {
         +[](void*, unsigned, unsigned(__stdcall*)(void*), void*, unsigned, unsigned*) -> std::uintptr_t { return 0; };
     const test_support::ImportHook hook("_beginthreadex", reinterpret_cast<void*>(refuse));
     Result result;
-    EXPECT_FALSE(RunUpdateWorker([] { return Result{}; }, result));
+    EXPECT_FALSE(RunUpdateWorker(
+        nullptr, [] { return Result{}; }, result));
 }
 
 /// The result lies in the frame that waits: it must not go before the worker has ended.
@@ -376,6 +378,7 @@ TEST(UpdateWorker, WaitThatFails_IsUnsafeAndStillWaitsForTheWorker) {
             return OnWait::Original(handle, timeout);
         });
         ASSERT_TRUE(RunUpdateWorker(
+            nullptr,
             [&] {
                 WaitForSingleObject(mayEnd, 20000);
                 ended = true;

@@ -11,11 +11,12 @@ from .programs import DRIVER, LAUNCHER, SAMPLE_APP, WINDOW_DOUBLE, app_binary, f
 from .release import APPLICATION_PATH, Package, Release, note, notes, update
 from .replies import AUTO, Gate, Reply, html, redirect
 from .server import LabError
+from .screen import Screen
 from .session import Lab, require_lab
 
 __all__ = [
     "APPLICATION_PATH", "AUTO", "AppReport", "DRIVER", "Gate", "LAUNCHER", "LEFTOVERS", "Lab", "LabError",
-    "LaunchHandle", "Package", "Release", "Reply", "RunResult", "SAMPLE_APP", "STATE", "SyntheticBody", "Tree",
+    "LaunchHandle", "Package", "Release", "Reply", "RunResult", "SAMPLE_APP", "STATE", "Screen", "SyntheticBody", "Tree",
     "WINDOW_DOUBLE", "Window", "app_binary", "command_line", "configuration_text", "deep_folder", "file_version",
     "html", "install", "names", "note", "notes", "quote", "redirect", "require_lab", "runtime_state_text", "update",
     "with_file_version",

@@ -54,6 +54,8 @@ class Window:
     def __init__(self, event):
         self.view = event["view"]
         self.title = event["title"]
+        self.place = event["place"]  # on the screen: left, top, right, bottom
+        self.inside = event["inside"]  # the same without the frame
         self.controls = event["controls"]
         self.ms = event["ms"]
         self.answer = event.get("answer")  # of those that wanted one: the script's word, or "none"
@@ -67,6 +69,11 @@ class Window:
     def is_enabled(self, button):
         number = BUTTONS.get(button, button)
         return any(control["id"] == number and control["enabled"] for control in self.controls)
+
+    def control(self, button):
+        """The visible control of that name or number, as the driver told it."""
+        number = BUTTONS.get(button, button)
+        return next((control for control in self.controls if control["id"] == number), None)
 
     def shows(self, text):
         return any(text in shown for shown in self.texts)
@@ -163,6 +170,13 @@ class LaunchHandle:
             return next((window for window in windows if window.view == view and match(window)), None)
 
         return self._await(find, timeout, f"a window in the view {view!r}")
+
+    def wait_for_no_window(self, timeout=10):
+        """Until a window that was seen is gone or hidden, and no other is there."""
+        def find():
+            return next((event for event in self.events() if event["event"] == "no window"), None)
+
+        self._await(find, timeout, "the windows' end")
 
     def wait_for_app(self, timeout=30):
         """The application's report, as soon as it has written it."""

@@ -56,15 +56,29 @@ View StatusView(const Snapshot& snapshot) {
     const bool panel = std::any_of(snapshot.controls.begin(), snapshot.controls.end(),
                                    [](const Control& control) { return control.className == kNotesPanelClass; });
     if (!panel) return View::compact;
-    if (FindControl(snapshot, kUpdateButton) != nullptr) return View::prompt;
+    // The last control of the prompt: before it stands there, the view is still being arranged.
+    if (FindControl(snapshot, kLaterButton) != nullptr) return View::prompt;
     if (FindControl(snapshot, kVersionBadge) != nullptr) return View::progress;
     return IsEnabled(snapshot, kCancelButton) ? View::failure : View::notice;
+}
+
+RECT PlaceOf(HWND window) {
+    RECT place = {};
+    GetWindowRect(window, &place);
+    return place;
+}
+
+RECT InsideOf(HWND window) {
+    RECT inside = {};
+    GetClientRect(window, &inside);
+    MapWindowPoints(window, nullptr, reinterpret_cast<POINT*>(&inside), 2);
+    return inside;
 }
 
 BOOL CALLBACK CollectControl(HWND child, LPARAM snapshot) {
     if (!IsWindowVisible(child)) return TRUE;
     reinterpret_cast<Snapshot*>(snapshot)->controls.push_back(
-        {GetDlgCtrlID(child), ClassName(child), WindowText(child), IsWindowEnabled(child) != FALSE});
+        {GetDlgCtrlID(child), ClassName(child), WindowText(child), IsWindowEnabled(child) != FALSE, PlaceOf(child)});
     return TRUE;
 }
 
@@ -72,9 +86,16 @@ Snapshot TakeSnapshot(HWND window, DWORD process) {
     Snapshot snapshot;
     snapshot.process = process;
     snapshot.title = WindowText(window);
+    snapshot.place = PlaceOf(window);
+    snapshot.inside = InsideOf(window);
     EnumChildWindows(window, CollectControl, reinterpret_cast<LPARAM>(&snapshot));
     if (ClassName(window) == kStatusWindowClass) snapshot.view = StatusView(snapshot);
     return snapshot;
+}
+
+std::string PlaceAsJson(const RECT& place) {
+    return "[" + std::to_string(place.left) + ", " + std::to_string(place.top) + ", " + std::to_string(place.right) +
+           ", " + std::to_string(place.bottom) + "]";
 }
 
 std::string ControlsAsJson(const Snapshot& snapshot) {
@@ -83,14 +104,15 @@ std::string ControlsAsJson(const Snapshot& snapshot) {
         if (!list.empty()) list += ", ";
         list += "{\"id\": " + std::to_string(control.id) + ", \"class\": " + JsonQuote(control.className) +
                 ", \"text\": " + JsonQuote(control.text) + ", \"enabled\": " + (control.enabled ? "true" : "false") +
-                "}";
+                ", \"place\": " + PlaceAsJson(control.place) + "}";
     }
     return "[" + list + "]";
 }
 
 std::string SnapshotAsJson(const Snapshot& snapshot) {
     return std::string("\"view\": \"") + ViewName(snapshot.view) + "\", \"pid\": " + std::to_string(snapshot.process) +
-           ", \"title\": " + JsonQuote(snapshot.title) + ", \"controls\": " + ControlsAsJson(snapshot);
+           ", \"title\": " + JsonQuote(snapshot.title) + ", \"place\": " + PlaceAsJson(snapshot.place) +
+           ", \"inside\": " + PlaceAsJson(snapshot.inside) + ", \"controls\": " + ControlsAsJson(snapshot);
 }
 
 bool WantsAnswer(View view) {
@@ -201,9 +223,10 @@ void Watch::Look(const std::set<DWORD>& processes) {
         LookAt(window, process);
     }
     // A window that went away and comes back is a new one.
-    std::erase_if(seen_, [this](const auto& entry) {
+    const auto gone = std::erase_if(seen_, [this](const auto& entry) {
         return std::find(visible_.begin(), visible_.end(), entry.first) == visible_.end();
     });
+    if (gone != 0 && visible_.empty()) tell_("{\"event\": \"no window\"");
 }
 
 void Watch::LookAt(HWND window, DWORD process) {

@@ -22,6 +22,7 @@ struct Control {
     std::wstring className;
     std::wstring text;
     bool enabled = false;
+    RECT place = {};  // on the screen
 };
 
 /// One look at one visible window.
@@ -29,6 +30,8 @@ struct Snapshot {
     View view = View::dialog;
     DWORD process = 0;
     std::wstring title;
+    RECT place = {};                // on the screen, with its frame
+    RECT inside = {};               // the same without
     std::vector<Control> controls;  // the visible ones, in the order of their creation
 };
 
