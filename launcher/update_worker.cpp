@@ -43,6 +43,16 @@ bool WaitFor(launcher_ui::StatusWindow* window, HANDLE thread) {
     return window != nullptr ? WaitPumping(*window, thread) : WaitForSingleObject(thread, INFINITE) == WAIT_OBJECT_0;
 }
 
+/// For a worker whose end could not be awaited in the proper way: it writes into the caller's frame, which must not go
+/// before it, and it may itself wait for the window.
+void OutlastWorker(launcher_ui::StatusWindow* window, HANDLE thread) {
+    constexpr DWORD kLookMs = 20;
+    while (window != nullptr && WaitForSingleObject(thread, kLookMs) == WAIT_TIMEOUT) {
+        launcher_ui::PumpMessages(*window);
+    }
+    WaitForSingleObject(thread, INFINITE);
+}
+
 }  // namespace
 
 bool RunUpdateWorker(launcher_ui::StatusWindow* window, std::function<launcher_update::Result()> work,
@@ -53,8 +63,7 @@ bool RunUpdateWorker(launcher_ui::StatusWindow* window, std::function<launcher_u
         reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, RunWork, &block, 0, nullptr)));
     if (!thread) return false;
     const bool confirmed = WaitFor(window, thread.Get());
-    // The worker writes into this frame: whatever the first wait says, the frame must not go before the thread.
-    if (!confirmed) WaitForSingleObject(thread.Get(), INFINITE);
+    if (!confirmed) OutlastWorker(window, thread.Get());
     result = std::move(block.result);
     if (!confirmed) {
         result.outcome = launcher_update::Outcome::Failed;
