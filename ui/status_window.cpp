@@ -236,7 +236,7 @@ bool ShowPrompt(StatusWindow& status, const std::wstring& version, const launche
 }
 
 bool WaitForPromptChoice(StatusWindow& status) {
-    while (status.model.promptChoice == PromptChoice::none) {
+    while (status.window != nullptr && status.model.promptChoice == PromptChoice::none) {
         PumpMessages(status);
         if (status.model.promptChoice != PromptChoice::none) break;
         MsgWaitForMultipleObjects(0, nullptr, FALSE, kPromptWaitMs, kWakeMask);
