@@ -116,7 +116,10 @@ bool ShowArrangement(StatusWindow& status) {
     if (status.shown.arrangement == status.model.arrangement) return false;
     status.shown.arrangement = status.model.arrangement;
     status.shown.window = true;
+    const int dpi = status.dpi;
     PlaceWindow(status);
+    // Coming home from a screen of another scale changes the scale, and with it the size, on the way.
+    if (status.dpi != dpi) PlaceWindow(status);
     LayOutControls(status);
     return true;
 }

@@ -226,6 +226,26 @@ TEST_F(ScaleTest, View_Opened_RecentresAMovedWindow) {
     }
 }
 
+/// Windows changes the scale while the window is on its way from another screen.
+TEST_F(ScaleTest, View_OpenedWhileTheWindowComesFromAScreenOfAnotherScale_IsCentredAtTheNewOne) {
+    Open();
+    ChangeScale(144);
+    bool arrived = false;
+    using OnPlace = StandIn<"SetWindowPos", decltype(SetWindowPos)>;
+    const OnPlace place([&](HWND window, HWND after, int x, int y, int width, int height, UINT flags) {
+        const BOOL placed = OnPlace::Original(window, after, x, y, width, height, flags);
+        if (window != Main() || arrived) return placed;
+        arrived = true;
+        ChangeScale(96, {x, y, x + width, y + height});
+        return placed;
+    });
+    ASSERT_TRUE(launcher_ui::ShowPrompt(status_, kOffered, Notes()));
+    EXPECT_TRUE(arrived);
+    ExpectCentred(96);
+    ExpectScaledLayout(96);
+    ExpectScaledFonts(96);
+}
+
 TEST_F(ScaleTest, View_Opened_PutsTheWindowAboveAllOthersAgain) {
     Open();
     for (const ViewMode view : {ViewMode::prompt, ViewMode::progress, ViewMode::compact}) {

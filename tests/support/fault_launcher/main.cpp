@@ -1,6 +1,6 @@
 // One run of the launcher with one fault in it, asked for as `fault_kind.h` tells. VPR_FAULT_REPORT names a file for
-// {"calls": [...], "reached": ...}; a killed run writes none and exits with 177 instead. With VPR_FAULT_UNSEEN the status
-// window cannot be made, so that thousands of runs need not let it stand to be read.
+// {"calls": [...], "reached": ...}; a killed run writes none and exits with 177 instead. With VPR_FAULT_UNSEEN the
+// status window cannot be made, so that thousands of runs need not let it stand to be read.
 
 #include <windows.h>
 
