@@ -15,7 +15,6 @@ namespace launcher_ui {
 namespace {
 
 constexpr DWORD kWindowStyle = WS_POPUP | WS_CAPTION | WS_SYSMENU | WS_CLIPCHILDREN;
-constexpr int kIconResource = 101;
 constexpr DWORD kPromptWaitMs = 50;
 
 struct ControlSpec {

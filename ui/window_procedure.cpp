@@ -11,8 +11,6 @@
 namespace launcher_ui {
 namespace {
 
-constexpr int kIconResource = 101;
-
 void CountWorkerMessage(StatusWindow& status) {
     if (!status.counters.enabled) return;
     ++status.counters.workerMessages;

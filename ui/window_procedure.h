@@ -10,6 +10,8 @@ struct StatusWindow;
 
 inline constexpr wchar_t kStatusWindowClass[] = L"VPRLauncherStatusWindow";
 
+inline constexpr int kIconResource = 101;  // in the program's resources; without it there is no icon
+
 /// The window takes its `StatusWindow` from the create parameters.
 void RegisterStatusWindow(HINSTANCE instance, HBRUSH background);
 
