@@ -208,6 +208,7 @@ void SetNotes(StatusWindow& status, const launcher_update::ReleaseNotes& notes) 
 
 void LayoutNotes(StatusWindow& status) {
     const HWND panel = Panel(status);
+    if (panel == nullptr) return;  // the calls below would mean the whole desktop
     const HDC context = GetDC(panel);
     if (context == nullptr) return;
     const Size client = ClientSize(panel);

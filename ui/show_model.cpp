@@ -49,6 +49,7 @@ void ShowControls(StatusWindow& status) {
     for (int index = 0; index < kControlCount; ++index) {
         const auto control = static_cast<Control>(index);
         const HWND handle = status.At(control);
+        if (handle == nullptr) continue;  // could not be made and is done without
         const ControlState& state = status.model.At(control);
         if (control != Control::notesPanel) ShowText(handle, state.text, IsDrawnByUs(control));  // has its own text
         ShowEnabled(status, handle, state.enabled);
@@ -96,7 +97,8 @@ void ShowBar(StatusWindow& status) {
     if (SameBar(bar, status.shown.bar) && progress.barColour == status.shown.barColour) return;
     status.shown.bar = bar;
     status.shown.barColour = progress.barColour;
-    InvalidateRect(status.At(Control::bar), nullptr, FALSE);
+    const HWND control = status.At(Control::bar);
+    if (control != nullptr) InvalidateRect(control, nullptr, FALSE);  // without a window: the whole desktop
 }
 
 void ShowNotes(StatusWindow& status) {

@@ -135,6 +135,11 @@ bool TakeKey(StatusWindow& status, const MSG& message) {
     return taken;
 }
 
+void ShowOpenedFailure(StatusWindow& status) {
+    ShowModel(status);
+    if (status.model.failureBlocking) SetFocus(status.At(Control::cancelButton));
+}
+
 std::wstring UrlToOffer(const std::wstring& url) {
     return IsSafeNotesUrl(url) && UrlIsW(url.c_str(), URLIS_URL) ? url : std::wstring();
 }
@@ -249,15 +254,13 @@ void ShowFailureView(StatusWindow& status, const std::wstring& text, const std::
                      bool isError) {
     if (status.window == nullptr) return;
     OpenFailureView(status.model, text, detail, blocking, isError);
-    ShowModel(status);
-    if (blocking) SetFocus(status.At(Control::cancelButton));
+    ShowOpenedFailure(status);
 }
 
 void ShowFailure(StatusWindow& status, bool safe, const std::wstring& detail) {
     if (status.window == nullptr) return;
     OpenFailure(status.model, safe, detail);
-    ShowModel(status);
-    if (!safe) SetFocus(status.At(Control::cancelButton));
+    ShowOpenedFailure(status);
 }
 
 void HoldFailureView(StatusWindow& status) {

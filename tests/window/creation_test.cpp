@@ -338,9 +338,21 @@ TEST_F(CreationTest, Buttons_Destroyed_AreRidOfTheirSubclass) {
     EXPECT_EQ(removed, expected);
 }
 
-TEST_F(CreationTest, OtherControl_Refused_IsDoneWithout) {
-    for (const Control control : {Control::title, Control::bar, Control::notesPanel, Control::footer}) {
-        SCOPED_TRACE(static_cast<int>(control));
+/// A call that means one window means all of the desktop when it is given none.
+TEST_F(CreationTest, OtherControl_Refused_IsDoneWithoutTouchingTheDesktop) {
+    using OnInvalidate = StandIn<"InvalidateRect", decltype(InvalidateRect)>;
+    const OnInvalidate invalidate([](HWND window, const RECT* area, BOOL erase) {
+        EXPECT_NE(window, nullptr) << "InvalidateRect";
+        return OnInvalidate::Original(window, area, erase);
+    });
+    using OnContext = StandIn<"GetDC", decltype(GetDC)>;
+    const OnContext context([](HWND window) {
+        EXPECT_NE(window, nullptr) << "GetDC";
+        return OnContext::Original(window);
+    });
+    for (int index = 0; index < static_cast<int>(Control::notesLink); ++index) {
+        const Control control = ControlAt(index);
+        SCOPED_TRACE(index);
         int windows = 0;
         {
             using OnCreate = StandIn<"CreateWindowExW", decltype(CreateWindowExW)>;
