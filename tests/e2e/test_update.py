@@ -6,7 +6,7 @@ import time
 import pytest
 
 from lab import (
-    APPLICATION_PATH, STATE, Package, Release, app_binary, deep_folder, install, names, note, notes,
+    APPLICATION_PATH, STATE, Release, app_binary, deep_folder, install, names, note, notes,
 )
 from lab.install import APPLICATION_FOLDER
 
@@ -220,16 +220,6 @@ def test_launcher_too_old_keeps_the_installed_version(lab):
         result = lab.run(tree)
         assert_version(tree, BEFORE, result)
         assert not tree.path("update-state.json").exists()
-    assert tree.snapshot(exclude=STATE) == before
-    assert payload_requests(lab) == []
-
-
-def test_release_with_packages_is_refused_whole(lab):
-    tree = installed(lab)
-    package = Package("application-runtime", AFTER, {"core.dll": b"core"})
-    release(packages=[package]).publish(lab)
-    before = tree.snapshot(exclude=STATE)
-    assert_version(tree, BEFORE, lab.run(tree))
     assert tree.snapshot(exclude=STATE) == before
     assert payload_requests(lab) == []
 

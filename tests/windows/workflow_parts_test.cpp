@@ -44,23 +44,27 @@ TEST(HashProgressReports, ComeAtMostOnceIn100Milliseconds) {
         reports.push_back({stage, detail, completed, total});
     };
     HashProgressReporter reporter(settings, 1000);
-    const auto first = reporter.ForFile(L"a/first");
+    reporter.Report(L"a/first", 0);
     now = 5099;
-    first(10);
+    reporter.Report(L"a/first", 10);
     now = 5100;
-    first(20);
+    reporter.Report(L"a/first", 20);
     now = 5150;
-    first(30);
-    reporter.FileDone(400);
-    const auto second = reporter.ForFile(L"a/second");
+    reporter.Report(L"a/first", 30);
+    reporter.FileDone(400);  // its size, though less was read
     now = 5199;
-    second(40);
+    reporter.Report(L"a/second", 0);
+    reporter.Report(L"a/second", 40);
     now = 5200;
-    second(50);
+    reporter.Report(L"a/second", 50);
+    reporter.Report(L"a/third", 0);  // nobody called the second one done
+    now = 5300;
+    reporter.Report(L"a/third", 7);
     reporter.Complete();
     EXPECT_EQ(reports, (std::vector<StageReport>{{Stage::VerifyingFiles, L"", 0, 1000},
                                                  {Stage::VerifyingFiles, L"a/first", 20, 1000},
                                                  {Stage::VerifyingFiles, L"a/second", 450, 1000},
+                                                 {Stage::VerifyingFiles, L"a/third", 457, 1000},
                                                  {Stage::VerifyingFiles, L"", 1000, 1000}}));
 }
 

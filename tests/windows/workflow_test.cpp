@@ -147,7 +147,8 @@ class Workflow : public testing::Test {
     static Tree WithoutState(Tree tree) {
         std::erase_if(tree, [](const auto& entry) {
             return entry.first == L"update-state.json" ||
-                   entry.first.starts_with(L".vpr-update\\release-watermark.txt");
+                   entry.first.starts_with(L".vpr-update\\release-watermark.txt") ||
+                   entry.first == L".vpr-update\\verified-inventory-v1.txt";
         });
         return tree;
     }
@@ -390,22 +391,6 @@ TEST_F(Workflow, LauncherTooOld_DoesNotDisturbATreeThatNeedsNothing) {
     settings.productVersion = L"1.1.0.0";
     manifest.SetText(L"minimumLauncherVersion", L"9.0.0.0");
     EXPECT_EQ(Run().outcome, Outcome::UpToDate);
-}
-
-TEST_F(Workflow, ReleaseWithPackages_IsRefusedBeforeAnythingIsTouched) {
-    JsonObject inventory;
-    inventory.SetText(L"path", L"core.dll").SetText(L"sha256", std::wstring(64, L'a')).SetNumber(L"size", 1);
-    JsonObject package;
-    package.SetText(L"id", L"application-runtime")
-        .SetText(L"version", L"1.0.0.0")
-        .SetText(L"url", L"https://h/x.vprpack");
-    package.SetText(L"sha256", std::wstring(64, L'a')).SetNumber(L"size", 5).Set(L"requiredForStartup", L"true");
-    package.SetText(L"capability", L"core").Set(L"files", Array(std::vector<JsonObject>{inventory}));
-    manifest.Set(L"packages", Array(std::vector<JsonObject>{package}));
-    EXPECT_EQ(Run().outcome, Outcome::Failed);
-    EXPECT_EQ(result.error, L"此啟動器尚不支援包含資源包的更新。");
-    EXPECT_TRUE(result.safeToLaunch);
-    ExpectOldTreeAndNoFolders();
 }
 
 TEST_F(Workflow, WrongPayload_IsRefusedAndLeavesTheTree) {

@@ -31,17 +31,31 @@ bool MakeChain(const std::wstring& path, LongForm longForm, ExistingPasses exist
     return CreateDirectoryW(longPath.c_str(), nullptr) || GetLastError() == ERROR_ALREADY_EXISTS;
 }
 
-bool RemoveFile(const std::wstring& path, std::uint32_t attributes) {
+enum class Protected { cleared, kept };
+
+bool RemoveFile(const std::wstring& path, std::uint32_t attributes, Protected bits) {
     const std::wstring longPath = ToLongPath(path);
-    if ((attributes & kProtectingBits) != 0 && !SetFileAttributesW(longPath.c_str(), FILE_ATTRIBUTE_NORMAL))
-        return false;
+    const bool mustClear = bits == Protected::cleared && (attributes & kProtectingBits) != 0;
+    if (mustClear && !SetFileAttributesW(longPath.c_str(), FILE_ATTRIBUTE_NORMAL)) return false;
     return DeleteFileW(longPath.c_str()) != FALSE;
 }
 
-bool RemoveEntry(const std::wstring& path, std::uint32_t attributes) {
-    if ((attributes & kDirectoryBit) == 0) return RemoveFile(path, attributes);
-    // The attributes of the listing decide before anything is opened: a link's target must not be entered.
-    return (attributes & kReparsePointBit) == 0 && RemoveTree(path);
+/// The one walk that removes. A link's target must not be entered, so the attributes decide before anything is opened.
+bool RemoveWalk(const std::wstring& path, Protected bits) {
+    const PathFacts facts = LookAt(path);
+    if (facts.presence == Presence::absent) return true;
+    if (!IsRealDirectory(facts.attributes)) return false;
+    std::vector<DirectoryEntry> entries;
+    if (!ListDirectory(path, entries)) return false;
+    for (const DirectoryEntry& entry : entries) {
+        const std::wstring entryPath = JoinPath(path, entry.name);
+        const bool isDirectory = (entry.attributes & kDirectoryBit) != 0;
+        if (isDirectory && !IsRealDirectory(entry.attributes)) return false;
+        if (!(isDirectory ? RemoveWalk(entryPath, bits) : RemoveFile(entryPath, entry.attributes, bits))) return false;
+    }
+    const std::wstring longPath = ToLongPath(path);
+    if (bits == Protected::cleared) SetFileAttributesW(longPath.c_str(), FILE_ATTRIBUTE_DIRECTORY);
+    return RemoveDirectoryW(longPath.c_str()) != FALSE;
 }
 
 }  // namespace
@@ -66,17 +80,11 @@ bool CreateDirectoryChain(const std::wstring& path) {
 }
 
 bool RemoveTree(const std::wstring& path) {
-    const PathFacts facts = LookAt(path);
-    if (facts.presence == Presence::absent) return true;
-    if (!IsRealDirectory(facts.attributes)) return false;
-    std::vector<DirectoryEntry> entries;
-    if (!ListDirectory(path, entries)) return false;
-    for (const DirectoryEntry& entry : entries) {
-        if (!RemoveEntry(JoinPath(path, entry.name), entry.attributes)) return false;
-    }
-    const std::wstring longPath = ToLongPath(path);
-    SetFileAttributesW(longPath.c_str(), FILE_ATTRIBUTE_DIRECTORY);
-    return RemoveDirectoryW(longPath.c_str()) != FALSE;
+    return RemoveWalk(path, Protected::cleared);
+}
+
+bool RemoveTreeNoLinks(const std::wstring& path) {
+    return RemoveWalk(path, Protected::kept);
 }
 
 bool RemoveTreeRetry(const std::wstring& path) {

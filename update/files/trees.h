@@ -29,6 +29,9 @@ struct DirectoryEntry {
 /// entered. Stops at the first failure and leaves the rest.
 [[nodiscard]] bool RemoveTree(const std::wstring& path);
 
+/// The package code's form: attributes are not cleared, so that a read-only file fails it.
+[[nodiscard]] bool RemoveTreeNoLinks(const std::wstring& path);
+
 /// `RemoveTree` up to 6 times, 100 ms apart: virus scanners and indexers hold files open for moments.
 [[nodiscard]] bool RemoveTreeRetry(const std::wstring& path);
 

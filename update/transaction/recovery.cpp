@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "update/failure.h"
 #include "update/files/attributes.h"
 #include "update/files/file_io.h"
 #include "update/files/paths.h"
@@ -25,11 +26,6 @@ constexpr wchar_t kBackupIncomplete[] = L"上一次更新的回復檔案不完�
 constexpr wchar_t kCannotRemoveAdded[] = L"無法移除中斷更新新增的檔案；備份已保留。";
 constexpr wchar_t kCannotRestore[] = L"無法完整回復上一次中斷的更新；備份已保留。";
 constexpr wchar_t kCannotRemoveJournal[] = L"更新已回復，但交易紀錄無法提交；下次將再次安全回復。";
-
-bool Fail(std::wstring& error, const wchar_t* message) {
-    error = message;
-    return false;
-}
 
 void DeleteIgnoringResult(const std::wstring& path) {
     DeleteFileW(ToLongPath(path).c_str());

@@ -8,13 +8,18 @@
 
 #include "update/files/paths.h"
 #include "update/files/trees.h"
+#include "update/installed/layout.h"
+#include "update/packages/install.h"
+#include "update/packages/runtime_state.h"
 #include "update/transaction/journal.h"
 #include "update/transaction/lock.h"
 #include "update/transaction/recovery.h"
 #include "update/transaction/stale_cleanup.h"
 #include "update/workflow/file_replacement.h"
+#include "update/workflow/package_plan.h"
 #include "update/workflow/payload_fetch.h"
 #include "update/workflow/product_version.h"
+#include "update/workflow/runtime_support_files.h"
 #include "update/workflow/schedule.h"
 #include "update/workflow/totals.h"
 
@@ -32,12 +37,17 @@ constexpr wchar_t kRollbackUnfinished[] = L" 回復尚未完成；備份已保�
 
 /// One application of an update. The guard is declared behind the lock, so it cleans up while the lock is still held.
 struct Application {
+    explicit Application(UpdateRun& itsRun) : run(itsRun) {}
+
     UpdateRun& run;
     std::wstring controlDirectory;
+    std::wstring applicationRoot;
     std::wstring stagingDirectory;
     std::wstring backupDirectory;
+    std::vector<PackagePlan> packagePlans;  // one for each package of the manifest, when packages are needed
     std::uint64_t completedBytes = 0;
     std::uint64_t totalBytes = 0;
+    std::vector<AppliedFile> appliedFiles;
     std::optional<TransactionLock> lock;
     std::optional<StagingCleanupGuard> guard;
 };
@@ -87,11 +97,28 @@ Next CreateRunFolders(Application& application) {
     return Next::goOn;
 }
 
-Next AddUpPayloads(Application& application) {
+Next AddToTotal(Application& application, std::uint64_t size) {
+    return AddWithoutOverflow(application.totalBytes, size, application.totalBytes)
+               ? Next::goOn
+               : LeaveFailed(application.run, kTotalTooLarge);
+}
+
+Next PlanPackages(Application& application) {
+    UpdateRun& run = application.run;
+    if (!run.needPackages) return Next::goOn;
+    for (const PackageDescriptor& package : run.manifest.packages) {
+        if (CancelRequested(run.settings)) return LeaveCancelled(run);
+        const PackagePlan& plan =
+            application.packagePlans.emplace_back(PlanPackage(application.applicationRoot, package));
+        if (plan.needsPayload && AddToTotal(application, plan.payloadDescriptor.size) == Next::leave)
+            return Next::leave;
+    }
+    return Next::goOn;
+}
+
+Next AddUpFiles(Application& application) {
     for (const ManifestFileEntry& file : application.run.manifest.files) {
-        if (!AddWithoutOverflow(application.totalBytes, file.size, application.totalBytes)) {
-            return LeaveFailed(application.run, kTotalTooLarge);
-        }
+        if (AddToTotal(application, file.size) == Next::leave) return Next::leave;
     }
     return Next::goOn;
 }
@@ -114,6 +141,63 @@ PayloadContext ContextFor(const Application& application, const std::wstring& de
         NotifyStage(settings, Stage::Verifying, detail, completed + size, total);
     };
     return context;
+}
+
+std::wstring PackageDetail(const PackageDescriptor& package) {
+    return L"package:" + package.id;
+}
+
+Next CopyLocalPackage(Application& application, const PackageDescriptor& package, const PackagePlan& plan) {
+    UpdateRun& run = application.run;
+    NotifyStage(run.settings, Stage::Verifying, PackageDetail(package), application.completedBytes,
+                application.totalBytes);
+    std::wstring installedPath;
+    std::wstring error;
+    return InstallPackageFromLocalFiles(plan.localSource, package, RuntimeFolder(application.applicationRoot),
+                                        installedPath, error)
+               ? Next::goOn
+               : LeaveFailed(run, std::move(error));
+}
+
+bool InstallFetched(const Application& application, const std::wstring& archive, const PackageDescriptor& package,
+                    const PackagePlan& plan, std::wstring& error) {
+    const std::wstring runtime = RuntimeFolder(application.applicationRoot);
+    std::wstring installedPath;
+    return plan.patchBase.empty()
+               ? InstallPackageInactive(archive, package, runtime, installedPath, error)
+               : InstallPackagePatchInactive(archive, plan.patchBase, package, runtime, installedPath, error);
+}
+
+Next FetchPackage(Application& application, std::size_t index) {
+    UpdateRun& run = application.run;
+    const PackageDescriptor& package = run.manifest.packages[index];
+    const PackagePlan& plan = application.packagePlans[index];
+    const std::wstring detail = PackageDetail(package);
+    NotifyStage(run.settings, Stage::Downloading, detail, index, run.manifest.packages.size());
+    const std::wstring archive =
+        JoinPath(application.stagingDirectory, L"packages\\" + package.id + L"-" + package.version + L".zip");
+    std::wstring error;
+    if (!FetchVerifiedPackage(plan.payloadDescriptor, archive,
+                              ContextFor(application, detail, plan.payloadDescriptor.size), error)) {
+        return CancelRequested(run.settings) ? LeaveCancelled(run) : LeaveFailed(run, std::move(error));
+    }
+    application.completedBytes += plan.payloadDescriptor.size;
+    if (CancelRequested(run.settings)) return LeaveCancelled(run);
+    return InstallFetched(application, archive, package, plan, error) ? Next::goOn : LeaveFailed(run, std::move(error));
+}
+
+/// New versions come to stand beside the old ones. They are inactive and harmless until the transaction names them.
+Next InstallPackages(Application& application) {
+    UpdateRun& run = application.run;
+    for (std::size_t index = 0; index < application.packagePlans.size(); ++index) {
+        if (CancelRequested(run.settings)) return LeaveCancelled(run);
+        const PackagePlan& plan = application.packagePlans[index];
+        Next next = Next::goOn;
+        if (!plan.localSource.empty()) next = CopyLocalPackage(application, run.manifest.packages[index], plan);
+        if (plan.needsPayload) next = FetchPackage(application, index);
+        if (next == Next::leave) return Next::leave;
+    }
+    return Next::goOn;
 }
 
 Next FetchFiles(Application& application) {
@@ -143,7 +227,7 @@ Next WriteJournal(Application& application) {
     const UpdateRun& run = application.run;
     std::wstring error;
     if (WriteTransactionJournal(run.root, application.controlDirectory, application.backupDirectory, run.manifest,
-                                run.settings.applicationDirectory, false, error)) {
+                                run.settings.applicationDirectory, run.needPackages, error)) {
         return Next::goOn;
     }
     return LeaveFailed(application.run, std::move(error));
@@ -152,10 +236,24 @@ Next WriteJournal(Application& application) {
 Next ReplaceFiles(Application& application) {
     const UpdateRun& run = application.run;
     NotifyStage(run.settings, Stage::Installing, run.manifest.version, 0, 0);
-    std::vector<AppliedFile> appliedFiles;
     std::wstring error;
     if (ApplyStagedFiles(run.root, application.stagingDirectory, application.backupDirectory, run.manifest,
-                         appliedFiles, error, run.settings.onFileApplied)) {
+                         application.appliedFiles, error, run.settings.onFileApplied)) {
+        return Next::goOn;
+    }
+    return LeaveThroughRollback(application, error);
+}
+
+/// The set is named last: whatever it needs around it stands by then.
+Next ActivatePackages(Application& application) {
+    const UpdateRun& run = application.run;
+    if (!run.needPackages) return Next::goOn;
+    const std::wstring runtime = RuntimeFolder(application.applicationRoot);
+    std::wstring error;
+    if (InstallApplicationRuntimeSupportFiles(run.root, run.settings.applicationDirectory, runtime,
+                                              application.backupDirectory, run.manifest.packages,
+                                              application.appliedFiles, error, run.settings.onFileApplied) &&
+        ActivatePackageSet(runtime, run.manifest.packages, error)) {
         return Next::goOn;
     }
     return LeaveThroughRollback(application, error);
@@ -173,6 +271,14 @@ Next Commit(Application& application) {
                                                                   : LeaveThroughRollback(application, error);
 }
 
+/// The update stands; versions that stay behind cost space and nothing else.
+Next PruneOldVersions(Application& application) {
+    std::wstring error;
+    if (!PruneOldPackageVersions(RuntimeFolder(application.applicationRoot), application.run.manifest.packages, error))
+        OutputDebugStringW((L"Velmora Pine Relay package cleanup: " + error + L"\n").c_str());
+    return Next::goOn;
+}
+
 Next Conclude(Application& application) {
     UpdateRun& run = application.run;
     run.result.outcome = Outcome::Applied;
@@ -185,24 +291,16 @@ Next Conclude(Application& application) {
 }  // namespace
 
 void Apply(UpdateRun& run) {
-    Application application{run, ControlDirectory(run.root), {}, {}, 0, 0, {}, {}};
+    Application application{run};
+    application.controlDirectory = ControlDirectory(run.root);
+    application.applicationRoot = ApplicationRoot(run.root, run.settings);
     constexpr Next (*kSteps[])(Application&) = {
         CreateUpdateFolder,
         TakeLock,  // before the sweep: another launcher's live folders look stale
-        RemoveStaleFolders,
-        CreateRunFolders,
-        // here: packages are planned
-        AddUpPayloads,
-        // here: packages are fetched and installed beside the active ones
-        FetchFiles,
-        AskForCancelOnceMore,
-        WriteJournal,
-        ReplaceFiles,
-        // here: support files are installed and the package set is activated
-        RecordVersion,
-        Commit,
-        // here: old package versions are pruned
-        Conclude,
+        RemoveStaleFolders, CreateRunFolders, PlanPackages,         AddUpFiles,
+        InstallPackages,    FetchFiles,       AskForCancelOnceMore, WriteJournal,
+        ReplaceFiles,       ActivatePackages, RecordVersion,        Commit,
+        PruneOldVersions,   Conclude,
     };
     for (const auto step : kSteps) {
         if (step(application) == Next::leave) return;

@@ -3,13 +3,19 @@
 #include <utility>
 
 #include "product/locations.h"
+#include "update/files/file_hashing.h"
+#include "update/installed/layout.h"
+#include "update/installed/verified_inventory.h"
 #include "update/manifest/release_identity.h"
 #include "update/manifest/version.h"
+#include "update/packages/package_files.h"
+#include "update/packages/validation.h"
 #include "update/transaction/recovery.h"
 #include "update/workflow/hash_progress.h"
 #include "update/workflow/manifest_source.h"
 #include "update/workflow/prompt_box.h"
 #include "update/workflow/release_guard.h"
+#include "update/workflow/runtime_support_files.h"
 #include "update/workflow/schedule.h"
 #include "update/workflow/totals.h"
 
@@ -20,7 +26,6 @@ constexpr wchar_t kCannotParseManifest[] = L"無法解析更新清單。";
 constexpr wchar_t kMalformedVersion[] = L"本機或遠端版本號格式不正確。";
 constexpr wchar_t kNoApplicationDirectory[] = L"更新設定缺少主程式資料夾。";
 constexpr wchar_t kLauncherTooOld[] = L"此更新需要較新的啟動器，請下載最新版完整安裝包。";
-constexpr wchar_t kPackagesUnsupported[] = L"此啟動器尚不支援包含資源包的更新。";
 
 Next SettleUpdateFolder(UpdateRun& run) {
     std::wstring error;
@@ -111,30 +116,104 @@ Next RequireApplicationDirectory(UpdateRun& run) {
     return run.settings.applicationDirectory.empty() ? LeaveFailed(run, kNoApplicationDirectory) : Next::goOn;
 }
 
-/// Packages are read and judged with the manifest but cannot be installed yet: nothing is touched for such a release.
-Next RefusePackages(UpdateRun& run) {
-    return run.manifest.packages.empty() ? Next::goOn : LeaveFailed(run, kPackagesUnsupported);
+/// The digest is what a record of a full verification is bound to. Without it nothing is spared, nothing fails.
+Next NoteManifestDigest(UpdateRun& run) {
+    if (!Sha256OfBuffer(run.manifestBytes.data(), run.manifestBytes.size(), run.verified.manifestDigest))
+        run.verified.manifestDigest.clear();
+    return Next::goOn;
 }
 
-std::uint64_t BytesToHash(const UpdateManifest& manifest) {
-    std::uint64_t total = 0;
-    for (const ManifestFileEntry& file : manifest.files) {
-        // Progress loses its total, nothing else.
-        if (!AddWithoutOverflow(total, file.size, total)) return ~std::uint64_t{0};
+Next NoteInstalledLayout(UpdateRun& run) {
+    run.verified.manifest = run.manifest;
+    InstalledLayout layout{};
+    if (DetectInstalledLayout(run.root, run.settings, run.manifest, layout)) run.verified.layout = layout;
+    return Next::goOn;
+}
+
+/// Whether a record of a full verification can speak about this release at all.
+bool RecordMayCount(const UpdateRun& run) {
+    return run.versionOrder == 0 && !run.verified.manifestDigest.empty() && run.verified.layout;
+}
+
+Next TrustVerifiedInventory(UpdateRun& run) {
+    const VerifiedState& verified = run.verified;
+    if (!RecordMayCount(run) || !VerifiedInventoryIsFresh(run.root, run.settings, verified.manifest,
+                                                          verified.manifestDigest, *verified.layout)) {
+        return Next::goOn;
     }
-    return total;
+    return LeaveConcluded(run, Outcome::UpToDate, Stage::UpToDate);
 }
 
-/// Leaves only the differing files in the manifest, or leaves the run when there are none and the version is the same.
-Next CompareInstalledFiles(UpdateRun& run) {
-    HashProgressReporter reporter(run.settings, BytesToHash(run.manifest));
+/// Before the verification: what changes while it runs must not be recorded as verified.
+Next TakePriorInventory(UpdateRun& run) {
+    VerifiedState& verified = run.verified;
+    if (RecordMayCount(run) && !ComputeInventoryDigest(run.root, run.settings, verified.manifest, *verified.layout,
+                                                       verified.priorDigest, InventoryProgress::silent)) {
+        verified.priorDigest.clear();
+    }
+    return Next::goOn;
+}
+
+enum class PackagesInPlace { none, activated, portable };
+
+PackagesInPlace FindPackages(const UpdateRun& run, HashProgressReporter& reporter) {
+    const std::wstring& directory = run.settings.applicationDirectory;
+    const std::vector<PackageDescriptor>& packages = run.manifest.packages;
+    const std::wstring applicationRoot = ApplicationRoot(run.root, run.settings);
+    const SetProgress progress = [&](const PackageDescriptor& package, const PackageFileDescriptor& file,
+                                     std::uint64_t bytes) {
+        reporter.Report(PackageFilePath(VersionFolder(RuntimeFolder(directory), package), file), bytes);
+    };
+    const FileProgress supportProgress = [&](const PackageFileDescriptor& file, std::uint64_t bytes) {
+        reporter.Report(PackageFilePath(directory, file), bytes);
+    };
+    if (PackageSetIsActive(RuntimeFolder(applicationRoot), packages, progress)) {
+        return ApplicationRuntimeSupportFilesMatch(run.root, directory, packages, supportProgress)
+                   ? PackagesInPlace::activated
+                   : PackagesInPlace::none;
+    }
+    return PortablePackageSetMatches(applicationRoot, packages, progress) ? PackagesInPlace::portable
+                                                                          : PackagesInPlace::none;
+}
+
+InstalledLayout LayoutOf(PackagesInPlace packages) {
+    switch (packages) {
+        case PackagesInPlace::activated:
+            return InstalledLayout::activated;
+        case PackagesInPlace::portable:
+            return InstalledLayout::portable;
+        case PackagesInPlace::none:
+            break;
+    }
+    return InstalledLayout::files;
+}
+
+std::vector<ManifestFileEntry> FindDifferingFiles(const UpdateRun& run, HashProgressReporter& reporter) {
     std::vector<ManifestFileEntry> missingFiles;
     for (const ManifestFileEntry& file : run.manifest.files) {
-        if (!ManifestFileIsCurrent(run.root, file, reporter.ForFile(file.path))) missingFiles.push_back(file);
+        const auto progress = [&](std::uint64_t bytes) { reporter.Report(file.path, bytes); };
+        if (!ManifestFileIsCurrent(run.root, file, progress)) missingFiles.push_back(file);
         reporter.FileDone(file.size);
     }
+    return missingFiles;
+}
+
+/// Leaves only the differing files in the manifest, or leaves the run when nothing differs and the version is the same.
+Next CompareInstalled(UpdateRun& run) {
+    const bool countSupportTwice = run.verified.layout == InstalledLayout::activated;
+    HashProgressReporter reporter(run.settings, BytesToHash(run.manifest, countSupportTwice));
+    PackagesInPlace packages = PackagesInPlace::none;
+    if (!run.manifest.packages.empty()) {
+        packages = FindPackages(run, reporter);
+        run.needPackages = packages == PackagesInPlace::none;
+    }
+    std::vector<ManifestFileEntry> missingFiles = FindDifferingFiles(run, reporter);
     reporter.Complete();
-    if (run.versionOrder == 0 && missingFiles.empty()) return LeaveConcluded(run, Outcome::UpToDate, Stage::UpToDate);
+    if (run.versionOrder == 0 && missingFiles.empty() && !run.needPackages) {
+        WriteVerifiedInventory(run.root, run.settings, run.verified.manifest, run.verified.manifestDigest,
+                               LayoutOf(packages), run.verified.priorDigest);
+        return LeaveConcluded(run, Outcome::UpToDate, Stage::UpToDate);
+    }
     run.manifest.files = std::move(missingFiles);
     return Next::goOn;
 }
@@ -149,6 +228,12 @@ Next RequireLauncherVersion(UpdateRun& run) {
     run.result.error = kLauncherTooOld;
     NotifyStage(run.settings, Stage::Failed, run.result.error, 0, 0);
     return Next::leave;
+}
+
+/// The tree is about to change.
+Next DropVerifiedInventory(UpdateRun& run) {
+    RemoveVerifiedInventory(run.root);
+    return Next::goOn;
 }
 
 Next AnnounceChange(UpdateRun& run) {
@@ -179,12 +264,15 @@ Next Decide(UpdateRun& run) {
         GuardAgainstRollback,
         SkipUnlessDue,
         NoteRelease,
+        NoteManifestDigest,
         CompareWithInstalled,
         RequireApplicationDirectory,
-        RefusePackages,  // in its place: layout, the shortcut of the verified inventory, the installed packages
-        CompareInstalledFiles,
+        NoteInstalledLayout,
+        TrustVerifiedInventory,
+        TakePriorInventory,  // before anything is hashed
+        CompareInstalled,
         RequireLauncherVersion,
-        // here: the verified inventory is dropped, because the tree is about to change
+        DropVerifiedInventory,
         AnnounceChange,
         AskUser,
     };

@@ -9,14 +9,9 @@
 #include <vector>
 
 #include "update/manifest/update_manifest.h"
+#include "update/workflow/file_swap.h"
 
 namespace launcher_update {
-
-struct AppliedFile {
-    std::wstring targetPath;
-    std::wstring backupPath;
-    bool existed = false;
-};
 
 /// Applies `manifest.files` in order. Appends to `appliedFiles`; `onFileApplied`, if set, gets the count so far. A
 /// target that exists is only replaced if its backup stands as a plain file. False with a message.

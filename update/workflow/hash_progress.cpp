@@ -16,17 +16,18 @@ HashProgressReporter::HashProgressReporter(const Settings& settings, std::uint64
     NotifyStage(settings_, Stage::VerifyingFiles, L"", 0, totalBytes_);
 }
 
-HashProgress HashProgressReporter::ForFile(std::wstring displayPath) {
-    return [this, path = std::move(displayPath)](std::uint64_t fileBytes) {
-        const std::uint64_t now = GetTickCount64();
-        if (now - lastReportMs_ < kReportIntervalMs) return;
-        lastReportMs_ = now;
-        NotifyStage(settings_, Stage::VerifyingFiles, path, doneBytes_ + fileBytes, totalBytes_);
-    };
+void HashProgressReporter::Report(const std::wstring& displayPath, std::uint64_t fileBytes) {
+    if (fileBytes == 0) doneBytes_ += fileBytes_;
+    fileBytes_ = fileBytes;
+    const std::uint64_t now = GetTickCount64();
+    if (now - lastReportMs_ < kReportIntervalMs) return;
+    lastReportMs_ = now;
+    NotifyStage(settings_, Stage::VerifyingFiles, displayPath, doneBytes_ + fileBytes_, totalBytes_);
 }
 
 void HashProgressReporter::FileDone(std::uint64_t sizeBytes) {
     doneBytes_ += sizeBytes;
+    fileBytes_ = 0;
 }
 
 void HashProgressReporter::Complete() const {

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <string>
 
-#include "update/files/file_hashing.h"
 #include "update/settings.h"
 
 namespace launcher_update {
@@ -16,10 +15,11 @@ class HashProgressReporter {
     /// Reports `VerifyingFiles` with 0 of `totalBytes` at once. `settings` must outlive the object.
     HashProgressReporter(const Settings& settings, std::uint64_t totalBytes);
 
-    /// The callback for hashing one file; valid while the object lives.
-    [[nodiscard]] HashProgress ForFile(std::wstring displayPath);
+    /// Bytes read so far of one file; 0 tells that its reading begins, and with it that a file
+    /// before it that nobody has called done is.
+    void Report(const std::wstring& displayPath, std::uint64_t fileBytes);
 
-    /// Counts a file as done, whether or not it had to be read.
+    /// Counts a file of this size as done, whether or not it had to be read.
     void FileDone(std::uint64_t sizeBytes);
 
     /// Reports total of total.
@@ -28,7 +28,8 @@ class HashProgressReporter {
   private:
     const Settings& settings_;
     const std::uint64_t totalBytes_;
-    std::uint64_t doneBytes_ = 0;
+    std::uint64_t doneBytes_ = 0;  // of the files before
+    std::uint64_t fileBytes_ = 0;
     std::uint64_t lastReportMs_;
 };
 

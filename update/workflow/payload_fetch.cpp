@@ -9,17 +9,21 @@
 #include "platform/text.h"
 #include "platform/unique_handle.h"
 #include "product/language.h"
+#include "update/failure.h"
 #include "update/files/file_hashing.h"
 #include "update/files/paths.h"
 #include "update/files/trees.h"
 #include "update/manifest/metadata_fetch.h"
 #include "update/manifest/release_identity.h"
+#include "update/packages/archive.h"
 
 namespace launcher_update {
 namespace {
 
 constexpr wchar_t kFileSizeOrStaging[] = L"更新檔大小不符或無法寫入暫存區。";
 constexpr wchar_t kFileDigestDiffers[] = L"更新檔的 SHA-256 驗證失敗。";
+constexpr wchar_t kPackageSizeOrStaging[] = L"資源包大小不符或無法寫入隔離暫存區。";
+constexpr wchar_t kPackageDigestDiffers[] = L"資源包的 SHA-256 驗證失敗。";
 constexpr std::uint64_t kComparisonDelayMs = 10000;
 constexpr std::uint64_t kComparisonWindowMs = 10000;
 
@@ -93,6 +97,33 @@ bool FetchLocally(const std::wstring& url, std::uint64_t size, const std::wstrin
     return bytes.size() == size && MakeParent(target) && WriteNewFile(target, bytes);
 }
 
+/// What is fetched, and the words for what may be wrong with it.
+struct Payload {
+    const std::wstring& url;
+    const std::wstring& sha256;
+    std::uint64_t size = 0;
+    const wchar_t* sizeOrStaging = nullptr;
+    const wchar_t* digestDiffers = nullptr;
+};
+
+/// A cancel is no failure: it leaves without a word.
+bool GoOnUnlessCancelled(const PayloadContext& context, std::wstring& error) {
+    return !CancelRequested(context.settings) || Fail(error, {});
+}
+
+bool FetchAndHash(const Payload& payload, const std::wstring& target, const PayloadContext& context,
+                  std::wstring& error) {
+    if (!FetchPayload(payload.url, payload.size, payload.sha256, target, context, error)) {
+        if (error.empty() && !CancelRequested(context.settings)) error = payload.sizeOrStaging;
+        return false;
+    }
+    if (context.onVerifying) context.onVerifying();
+    if (!GoOnUnlessCancelled(context, error)) return false;
+    std::wstring hex;
+    if (HashFileSha256(target, hex) && platform::EqualsIgnoringCase(hex, payload.sha256)) return true;
+    return Fail(error, payload.digestDiffers);
+}
+
 }  // namespace
 
 bool FetchPayload(const std::wstring& url, std::uint64_t size, const std::wstring& sha256, const std::wstring& target,
@@ -104,19 +135,16 @@ bool FetchPayload(const std::wstring& url, std::uint64_t size, const std::wstrin
 
 bool FetchVerifiedFile(const ManifestFileEntry& entry, const std::wstring& target, const PayloadContext& context,
                        std::wstring& error) {
-    if (!FetchPayload(entry.url, entry.size, entry.sha256, target, context, error)) {
-        if (error.empty() && !CancelRequested(context.settings)) error = kFileSizeOrStaging;
-        return false;
-    }
-    if (context.onVerifying) context.onVerifying();
-    if (CancelRequested(context.settings)) {
-        error.clear();
-        return false;
-    }
-    std::wstring hex;
-    if (HashFileSha256(target, hex) && platform::EqualsIgnoringCase(hex, entry.sha256)) return true;
-    error = kFileDigestDiffers;
-    return false;
+    return FetchAndHash({entry.url, entry.sha256, entry.size, kFileSizeOrStaging, kFileDigestDiffers}, target, context,
+                        error);
+}
+
+bool FetchVerifiedPackage(const PackageDescriptor& descriptor, const std::wstring& target,
+                          const PayloadContext& context, std::wstring& error) {
+    return FetchAndHash(
+               {descriptor.url, descriptor.sha256, descriptor.size, kPackageSizeOrStaging, kPackageDigestDiffers},
+               target, context, error) &&
+           VerifyPackageArchive(target, descriptor, error) && GoOnUnlessCancelled(context, error);
 }
 
 }  // namespace launcher_update

@@ -36,4 +36,8 @@ struct PayloadContext {
 [[nodiscard]] bool FetchVerifiedFile(const ManifestFileEntry& entry, const std::wstring& target,
                                      const PayloadContext& context, std::wstring& error);
 
+/// The same for a package archive, whose content is then verified against `descriptor.inventory` as well.
+[[nodiscard]] bool FetchVerifiedPackage(const PackageDescriptor& descriptor, const std::wstring& target,
+                                        const PayloadContext& context, std::wstring& error);
+
 }  // namespace launcher_update

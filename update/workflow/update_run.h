@@ -4,12 +4,22 @@
 /// workflow; one thread.
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
+#include "update/installed/layout.h"
 #include "update/manifest/update_manifest.h"
 #include "update/settings.h"
 
 namespace launcher_update {
+
+/// What the run knows for the record of a full verification. A missing fact only means that hashing is not spared.
+struct VerifiedState {
+    UpdateManifest manifest;                // untouched
+    std::wstring manifestDigest;            // of the bytes as fetched; empty when it could not be taken
+    std::optional<InstalledLayout> layout;  // as found before the verification
+    std::wstring priorDigest;               // of the files' identities before the verification
+};
 
 struct UpdateRun {
     std::wstring root;
@@ -25,6 +35,8 @@ struct UpdateRun {
     std::string manifestBytes;  // as fetched
     UpdateManifest manifest;    // from the file check on, `files` holds only what differs
     int versionOrder = 0;       // of the manifest against the installed version
+    bool needPackages = false;  // neither an activated nor a portable set of the manifest's packages is in place
+    VerifiedState verified;
 };
 
 /// What a step of the workflow says: go on with the next, or leave with the run's result.

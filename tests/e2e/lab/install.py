@@ -165,7 +165,8 @@ class Tree:
         return programs.file_version(self.application.read_bytes())
 
     def snapshot(self, exclude=(), folders=False):
-        """{relative path: (SHA-256, size)} of every file; with `folders` also {"folder/": ("folder", 0)}.
+        """{relative path: (SHA-256, size)} of every file, ("link", target) of every link; with `folders` also
+        {"folder/": ("folder", 0)}.
 
         `exclude`: patterns of fnmatch on relative paths, in which * also matches slashes. An excluded folder does not
         exclude what is in it; STATE shows the form that does.
@@ -175,7 +176,10 @@ class Tree:
             relative = path.relative_to(self.root).as_posix()
             if any(fnmatch.fnmatchcase(relative, pattern) for pattern in exclude):
                 continue
-            if path.is_dir() and not path.is_symlink():
+            if path.is_symlink():
+                found[relative] = ("link", os.readlink(path))
+                continue
+            if path.is_dir():
                 if folders:
                     found[relative + "/"] = ("folder", 0)
                 continue

@@ -17,6 +17,11 @@ Package = make_release.Package
 APPLICATION_PATH = "Velmora Pine Relay/Velmora Pine Relay.exe"
 
 
+def content_of(package):
+    """{inventory path: bytes} of a package, whether or not a release holds it already."""
+    return {path: body_of(content).read_all() for path, content in package.files.items()}
+
+
 def note(locale="en", summary="A summary", highlights=("A highlight",), emphasized=()):
     entry = {"locale": locale, "summary": summary, "highlights": list(highlights)}
     return entry | ({"emphasizedItems": list(emphasized)} if emphasized else {})
