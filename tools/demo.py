@@ -23,6 +23,9 @@ NOTES = {
 }
 
 
+PACKAGE = {"id": "uvr-mdx", "version": "1.0.0.0", "capability": "uvr-mdx", "requiredForStartup": False}
+
+
 def say(text=""):
     print(text)
 
@@ -37,9 +40,14 @@ def make_release():
     (files / "Themes").mkdir(parents=True)
     (files / "Velmora Pine Relay.exe").write_bytes(app_binary(NEW))
     (files / "Themes/dawn.vprtheme").write_bytes(b"dawn: bright\n")
+    package = OUT / "uvr-mdx"
+    (package / "payload").mkdir(parents=True)
+    (package / "payload/model.onnx").write_bytes(b"a model " * 50_000)
+    (package / "payload/labels.txt").write_bytes(b"voice\nmusic\n")
+    (package / "package.json").write_text(json.dumps(PACKAGE))
     (OUT / "notes.json").write_text(json.dumps(NOTES), encoding="utf-8")
     command = ["tools/make_release.py", "--version", NEW, "--minimum-launcher", "1.0.0.0", "--files", OUT / "new-files",
-               "--notes", OUT / "notes.json", "--base-url", names.release_base_url("primary", NEW), "--out", OUT / "release"]
+               "--package", package, "--notes", OUT / "notes.json", "--base-url", names.release_base_url("primary", NEW), "--out", OUT / "release"]
     shown = [str(part).replace(str(OUT), "build/demo") for part in command]
     say("$ " + " ".join(shown))
     subprocess.run(["/usr/bin/python3", *command], cwd=TOP, check=True)

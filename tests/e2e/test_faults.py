@@ -1,8 +1,10 @@
 """Every call that changes a disk fails once, and every such call is the last one of its process, in turn.
 
-The run replaces three files, one new, one changed and one changed and hidden, over real HTTPS. Whatever happened, the
-next start must find the whole old or the whole new version, start it, and leave nothing behind. How many points there
-are is counted by the program under test, not written here.
+The run replaces three plain files, one new, one changed and one changed and hidden, and two packages, one by a patch
+and one whole, with two support files and an old version to remove, over real HTTPS. Whatever happened, the next start
+must find the whole old or the whole new version, start it, and leave nothing behind; and the state of the packages must
+name a set whose every member is whole. How many points there are is counted by the program under test, not written
+here.
 """
 
 import concurrent.futures
@@ -12,7 +14,7 @@ import shutil
 
 import pytest
 
-from lab import APPLICATION_PATH, STATE, Release, app_binary, install
+from lab import APPLICATION_PATH, STATE, Package, Release, app_binary, content_of, install
 from lab.install import APPLICATION_FOLDER
 from lab.programs import BUILD
 
@@ -24,6 +26,12 @@ HIDDEN = f"{APPLICATION_FOLDER}/JapaneseReading/aromanize.js"
 NEW = f"{APPLICATION_FOLDER}/Themes/dawn.vprtheme"
 BEFORE, AFTER = "1.0.0.0", "1.1.0.0"
 
+PACKS = f"{APPLICATION_FOLDER}/Runtime/packs"
+RUNTIME_STATE = f"{APPLICATION_FOLDER}/Runtime/current.json"
+# Versions that no state names are judged apart: which of them stand is nobody's business but the clean-up's.
+OUTSIDE = (*STATE, PACKS, f"{PACKS}/*")
+SUPPORT = ("VPRAsioProbe.exe", "Licenses/GPL-3.0.txt")
+
 LOOK_EVERY_MS = 30
 
 # Calls that can stop half-way; for all others "torn" is the same as "not made".
@@ -32,6 +40,16 @@ HAVE_HALVES = ("WriteFile", "CopyFileW", "fwrite")
 STATE_SIBLINGS = ("update-state.json.new", ".vpr-update/release-watermark.txt.new")
 # The download cache sorts itself out when it is next used, which a start without an update does not do.
 CACHE = ".vpr-update/downloads-v1/"
+
+
+def runtime(version, patch_from=None):
+    """Both support files change, one file stays and comes from the base of the patch."""
+    files = {path: f"{path} {version}".encode() for path in SUPPORT} | {"core.dll": b"core" * 1000}
+    return Package("application-runtime", version, files, "application-runtime", patch_from=patch_from)
+
+
+def separation(version):
+    return Package("uvr-mdx", version, {"model.onnx": f"model {version}".encode() * 50}, "uvr-mdx")
 
 
 class Sweep:
@@ -43,20 +61,34 @@ class Sweep:
     def __init__(self, lab, unseen=True):
         self.lab = lab
         self.unseen = unseen
+        self.packages = {BEFORE: [runtime(BEFORE), separation(BEFORE)]}
+        self.packages[AFTER] = [runtime(AFTER, patch_from=self.packages[BEFORE][0]), separation(AFTER)]
         self.model = self._install("model")
-        self.old = self.model.snapshot(exclude=STATE)
-        release = Release(AFTER, {APPLICATION_PATH: app_binary(AFTER), HIDDEN: b"new reading", NEW: b"new theme"})
-        release.publish(lab)
+        self.old = self.model.snapshot(exclude=OUTSIDE)
+        Release(AFTER, {APPLICATION_PATH: app_binary(AFTER), HIDDEN: b"new reading", NEW: b"new theme"},
+                packages=self.packages[AFTER]).publish(lab)
         updated = self._install("updated")
         result, _ = self.run(updated, "count")
         assert result.app.version == AFTER
-        self.new = updated.snapshot(exclude=STATE)
+        self.new = updated.snapshot(exclude=OUTSIDE)
+        self.check_packages(updated, AFTER, "without a fault")
+        assert not updated.path(f"{PACKS}/uvr-mdx/0.9.0.0").exists(), "the oldest version is removed"
 
     def _install(self, folder):
-        tree = install(self.lab, folder, launcher=FAULT_LAUNCHER, launcher_version="1.0.0.0",
-                       reading={"aromanize.js": b"old reading"})
+        packages = self.packages[BEFORE]
+        support = {f"{APPLICATION_FOLDER}/{path}": packages[0].files[path] for path in SUPPORT}
+        tree = install(self.lab, folder, launcher=FAULT_LAUNCHER, launcher_version="1.0.0.0", packages=packages,
+                       reading={"aromanize.js": b"old reading"}, files=support)
+        tree.add_packages(separation("0.9.0.0"), active=False)
         tree.hide(HIDDEN)
         return tree
+
+    def check_packages(self, tree, version, what):
+        """The set that the state of this version names is whole."""
+        for package in self.packages[version]:
+            folder = tree.path(f"{PACKS}/{package.id}/{package.version}")
+            found = {path.relative_to(folder).as_posix(): path.read_bytes() for path in folder.rglob("*") if path.is_file()}
+            assert found == content_of(package), f"{what}: {package.id}"
 
     def fresh(self, name):
         return self._install(name)
@@ -86,23 +118,26 @@ class Sweep:
         result, told = self.run(tree, "count")
         assert result.exit_code == 0, f"{what}: {result}"
         assert result.app is not None, f"{what}: nothing was started"
-        found = tree.snapshot(exclude=STATE)
+        found = tree.snapshot(exclude=OUTSIDE)
         if result.requests and found == self.new:
             version = AFTER  # this start may itself have updated the tree that it had restored
         else:
             version = AFTER if found == self.new else BEFORE
             assert found in (self.old, self.new), f"{what}: a mixed tree: {found}"
         assert result.app.version == version, what
+        self.check_packages(tree, version, what)
         assert not leftovers(tree), f"{what}: {leftovers(tree)}"
 
     def check_without_update(self, tree, what):
         """A start that only settles and starts: what the interruption itself left, not what a new update made of it."""
         result, _ = self.run(tree, "count", args=["--skip-update-check"])
         assert result.exit_code == 0 and result.app is not None, f"{what}: {result}"
-        found = tree.snapshot(exclude=[*STATE, *STATE_SIBLINGS])
+        found = tree.snapshot(exclude=[*OUTSIDE, *STATE_SIBLINGS])
         assert found in (self.old, self.new), f"{what}: a mixed tree: {found}"
-        assert result.app.version == (AFTER if found == self.new else BEFORE), what
-        left = [path for path in leftovers(tree) if path not in STATE_SIBLINGS]
+        version = AFTER if found == self.new else BEFORE
+        assert result.app.version == version, what
+        self.check_packages(tree, version, what)
+        left = [path for path in leftovers(tree) if path not in STATE_SIBLINGS and not path.startswith(PACKS)]
         assert not left, f"{what}: {left}"
         return found == self.new
 
@@ -137,12 +172,13 @@ def test_any_call_that_fails(sweep, kind):
         tree = sweep.fresh(f"{kind}{at}")
         result, told = sweep.run(tree, kind, at)
         assert told is not None and told["reached"], f"call {at} was never made"
-        found = tree.snapshot(exclude=STATE)
+        found = tree.snapshot(exclude=OUTSIDE)
         if result.app is not None:
             # Whatever was started after a failure is a whole version, and the one that the tree holds.
             what = f"{kind} at call {at}, {told['calls'][at - 1]}"
             assert without_leftovers(tree, found) in (sweep.old, sweep.new), f"{what}: started a mixed tree: {found}"
             assert result.app.version == tree.application_version(), what
+            sweep.check_packages(tree, result.app.version, what)
         sweep.check_without_update(tree, f"{kind} at call {at}, {told['calls'][at - 1]}")
         sweep.check_next_start(tree, f"{kind} at call {at}, {told['calls'][at - 1]}")
         discard(tree)
@@ -185,7 +221,7 @@ def test_process_that_ends_again_during_the_recovery(sweep):
         tree = sweep.fresh(f"first{at}")
         sweep.run(tree, "kill", at)
         kept = sweep.lab.folder / f"kept{at}"
-        if leftovers(tree):
+        if any(not path.startswith(PACKS) for path in leftovers(tree)):
             shutil.copytree(tree.root, kept, symlinks=True)
         discard(tree)
         return kept
@@ -226,7 +262,8 @@ def distinct(kept_folders):
         # The run's own folders are named after its process and time, which say nothing about what is in them.
         facts = {re.sub(r"-\d+-\d+(?=/|$)", "", path.relative_to(kept).as_posix()): path.read_bytes()
                  for path in kept.rglob("*")
-                 if path.is_file() and path.name != "transaction.json" and CACHE not in path.as_posix()}
+                 if path.is_file() and path.name != "transaction.json" and CACHE not in path.as_posix()
+                 and PACKS not in path.as_posix()}  # a recovery does not look at versions
         facts["journal"] = (kept / ".vpr-update/transaction.json").exists()
         if kept.exists() and facts != previous:
             chosen.append(kept)
