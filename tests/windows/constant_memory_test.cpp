@@ -5,7 +5,10 @@
 #include <algorithm>
 #include <cstring>
 
+#include "tests/support/package_fixture.h"
+#include "tests/support/stand_in.h"
 #include "update/files/file_hashing.h"
+#include "update/packages/install.h"
 
 // A payload may be 2 GiB: neither its transfer nor its digest may hold it, or a part that grows with it.
 
@@ -118,6 +121,39 @@ TEST_F(ConstantMemory, ADigestOf256Mebibytes_NeedsNoMoreThanOneOfOne) {
     const HighWater much = watch(256 * kMebibyte);
     EXPECT_GT(little.Bytes(), 0u);
     EXPECT_GT(much.Looks(), 50);
+    EXPECT_LE(much.Bytes(), little.Bytes() + kMayGrowBytes);
+}
+
+/// What installing a package of that many files of 2 MiB takes at its highest, looked at whenever bytes are hashed:
+/// while entries are unpacked, as files are written, and in the finished folder.
+HighWater WatchInstallation(std::size_t files, const std::wstring& folder) {
+    launcher_update::PackageDescriptor package;
+    {
+        test_support::PackageContent content;
+        for (std::size_t number = 0; number < files; ++number)
+            content[L"file" + std::to_wstring(number)] =
+                std::string(2 * kMebibyte, static_cast<char>('a' + number % 26));
+        package = test_support::DescribePackage(L"big", L"1.0.0.0", content);
+        test_support::WriteWholeFile(folder + L".zip", test_support::BuildArchive(content));
+    }
+    HighWater highWater;
+    using OnHash = test_support::StandIn<"BCryptHashData", decltype(BCryptHashData)>;
+    const OnHash look([&](auto... arguments) {
+        highWater.LookNowAndThen();
+        return OnHash::Original(arguments...);
+    });
+    std::wstring installed;
+    std::wstring error;
+    EXPECT_TRUE(InstallPackageInactive(folder + L".zip", package, folder, installed, error))
+        << platform::EncodeUtf8(error);
+    return highWater;
+}
+
+TEST_F(ConstantMemory, APackageOf96Mebibytes_NeedsNoMoreThanItsLargestFile) {
+    const HighWater little = WatchInstallation(1, top_ / L"little");
+    const HighWater much = WatchInstallation(48, top_ / L"much");
+    EXPECT_GT(little.Bytes(), 0u);
+    EXPECT_GT(much.Looks(), 30);
     EXPECT_LE(much.Bytes(), little.Bytes() + kMayGrowBytes);
 }
 
