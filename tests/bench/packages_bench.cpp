@@ -228,7 +228,8 @@ struct Installation {
     Installation() {
         PackageContent content;
         for (std::size_t at = 0; at < kInventoryFiles; ++at)
-            content[L"folder" + std::to_wstring(at / 48) + L"/file" + std::to_wstring(at) + L".bin"] = std::string(1, 'x');
+            content[L"folder" + std::to_wstring(at / 48) + L"/file" + std::to_wstring(at) + L".bin"] =
+                std::string(1, 'x');
         settings.applicationDirectory = L"Velmora Pine Relay";
         manifest.packages = {test_support::DescribePackage(L"bench", L"1.0.0.0", content)};
         const std::wstring runtime =

@@ -126,9 +126,10 @@ ImportHook* g_fwrite;
 ImportHook* g_fflush;
 ImportHook* g_fclose;
 
+/// A program that does not import the function has no hook on it, and may still call it from here.
 template <typename Function>
-Function* OriginalOf(const ImportHook* hook, Function*) {
-    return reinterpret_cast<Function*>(hook->Original());
+Function* OriginalOf(const ImportHook* hook, Function* function) {
+    return hook != nullptr ? reinterpret_cast<Function*>(hook->Original()) : function;
 }
 
 HANDLE WINAPI HookCreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,

@@ -49,10 +49,6 @@ bool Sha256OfBuffer(const void* data, std::size_t length, std::wstring& hex) {
     return platform::Sha256OfMemory(data, length, hex);
 }
 
-bool HashBufferSha256(const void* data, std::size_t length, std::wstring& hex) {
-    return platform::Sha256OfMemory(data, length, hex);
-}
-
 bool FileMatchesDescriptor(const std::wstring& path, const PackageFileDescriptor& descriptor,
                            const HashProgress& progress) {
     WIN32_FILE_ATTRIBUTE_DATA data{};

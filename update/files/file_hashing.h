@@ -23,9 +23,6 @@ using HashProgress = std::function<void(std::uint64_t)>;
 /// Digest of memory; more than 4294967295 bytes are refused.
 [[nodiscard]] bool Sha256OfBuffer(const void* data, std::size_t length, std::wstring& hex);
 
-/// `Sha256OfBuffer` under the name that the package code calls it by.
-[[nodiscard]] bool HashBufferSha256(const void* data, std::size_t length, std::wstring& hex);
-
 /// True when the file has the descriptor's size and digest. A wrong size costs no reading.
 [[nodiscard]] bool FileMatchesDescriptor(const std::wstring& path, const PackageFileDescriptor& descriptor,
                                          const HashProgress& progress = {});

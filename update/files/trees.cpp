@@ -40,6 +40,21 @@ bool RemoveFile(const std::wstring& path, std::uint32_t attributes, Protected bi
     return DeleteFileW(longPath.c_str()) != FALSE;
 }
 
+bool ListWalk(const std::wstring& top, const std::wstring& below, std::vector<std::wstring>& files) {
+    std::vector<DirectoryEntry> entries;
+    if (!ListDirectory(below.empty() ? top : JoinPath(top, below), entries)) return false;
+    for (const DirectoryEntry& entry : entries) {
+        if ((entry.attributes & kReparsePointBit) != 0) return false;
+        const std::wstring relative = below.empty() ? entry.name : JoinPath(below, entry.name);
+        if ((entry.attributes & kDirectoryBit) == 0) {
+            files.push_back(relative);
+        } else if (!ListWalk(top, relative, files)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 /// The one walk that removes. A link's target must not be entered, so the attributes decide before anything is opened.
 bool RemoveWalk(const std::wstring& path, Protected bits) {
     const PathFacts facts = LookAt(path);
@@ -69,6 +84,10 @@ bool ListDirectory(const std::wstring& path, std::vector<DirectoryEntry>& entrie
         if (!IsDotEntry(found.cFileName)) entries.push_back({found.cFileName, found.dwFileAttributes});
     } while (FindNextFileW(find.Get(), &found));
     return GetLastError() == ERROR_NO_MORE_FILES;
+}
+
+bool ListTreeNoLinks(const std::wstring& path, std::vector<std::wstring>& files) {
+    return ListWalk(path, L"", files);
 }
 
 bool EnsureDirectory(const std::wstring& path) {

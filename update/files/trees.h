@@ -17,6 +17,10 @@ struct DirectoryEntry {
 /// without any entry, which reports error 2, is an empty list.
 [[nodiscard]] bool ListDirectory(const std::wstring& path, std::vector<DirectoryEntry>& entries);
 
+/// Appends every file below `path`, as its path relative to it with backslashes; folders do not appear. False for a
+/// reparse point of any kind anywhere below, or a listing that breaks off.
+[[nodiscard]] bool ListTreeNoLinks(const std::wstring& path, std::vector<std::wstring>& files);
+
 /// Makes missing folders. An existing path passes when it is a directory, a link to one included: callers that care ask
 /// `IsRealDirectory` afterwards. Two racing creators both pass.
 [[nodiscard]] bool EnsureDirectory(const std::wstring& path);

@@ -86,16 +86,10 @@ bool ActivatedPackageFoldersExact(const std::wstring& applicationRoot, const std
 }
 
 bool ListFilesUnder(const std::wstring& base, const std::wstring& current, std::set<std::wstring>& keys) {
-    std::vector<DirectoryEntry> entries;
-    if (!IsRealDirectory(LookAt(current).attributes) || !ListDirectory(current, entries)) return false;
-    for (const DirectoryEntry& entry : entries) {
-        if ((entry.attributes & kReparsePointBit) != 0) return false;
-        const std::wstring path = JoinPath(current, entry.name);
-        if ((entry.attributes & kDirectoryBit) != 0) {
-            if (!ListFilesUnder(base, path, keys)) return false;
-        } else {
-            keys.insert(KeyOf(std::wstring_view(path).substr(base.size() + 1)));
-        }
+    std::vector<std::wstring> files;
+    if (!IsRealDirectory(LookAt(current).attributes) || !ListTreeNoLinks(current, files)) return false;
+    for (const std::wstring& file : files) {
+        keys.insert(KeyOf(JoinPath(current, file).substr(base.size() + 1)));
     }
     return true;
 }

@@ -62,8 +62,8 @@ enum class InstalledLayout : std::uint32_t {
 [[nodiscard]] bool ActivatedPackageFoldersExact(const std::wstring& applicationRoot,
                                                 const std::vector<PackageDescriptor>& packages);
 
-/// Every file below `current` as its key relative to `base`: backslashes, lower case. False for a link of any kind or
-/// a listing that breaks off.
+/// Every file below `current` as its key relative to `base`, which is it or lies above it: backslashes, lower case.
+/// False when `current` is no real folder, for a link of any kind below, or a listing that breaks off.
 [[nodiscard]] bool ListFilesUnder(const std::wstring& base, const std::wstring& current, std::set<std::wstring>& keys);
 
 }  // namespace launcher_update

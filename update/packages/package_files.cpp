@@ -7,6 +7,7 @@
 #include "platform/text.h"
 #include "update/files/attributes.h"
 #include "update/files/durable_write.h"
+#include "update/files/file_io.h"
 #include "update/files/paths.h"
 #include "update/files/trees.h"
 
@@ -18,6 +19,16 @@ constexpr std::size_t kDriveUnits = 3;  // "C:\", where the walk upwards ends
 bool MakeParent(const std::wstring& path) {
     const auto folder = platform::ParentPath(path);
     return !folder || CreateDirectoryChain(*folder);
+}
+
+/// A copy keeps the read-only bit, with which it could neither be forced out nor ever be removed again.
+bool ForceCopyOut(const std::wstring& copy) {
+    const std::uint32_t attributes = LookAt(copy).attributes;
+    if (attributes != kNoAttributes && (attributes & FILE_ATTRIBUTE_READONLY) != 0 &&
+        !SetFileAttributesW(ToPackageLongPath(copy).c_str(), FILE_ATTRIBUTE_NORMAL)) {
+        return false;
+    }
+    return FlushFileToDisk(copy);
 }
 
 }  // namespace
@@ -49,7 +60,8 @@ bool CopySourceFile(const std::wstring& sourceFolder, const PackageFileDescripto
                     const std::wstring& destination) {
     const std::wstring source = PackageFilePath(sourceFolder, file);
     return SourceFileIsSafe(source) && MakeParent(destination) &&
-           CopyFileW(ToPackageLongPath(source).c_str(), ToPackageLongPath(destination).c_str(), TRUE);
+           CopyFileW(ToPackageLongPath(source).c_str(), ToPackageLongPath(destination).c_str(), TRUE) &&
+           ForceCopyOut(destination);
 }
 
 }  // namespace launcher_update

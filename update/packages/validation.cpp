@@ -19,16 +19,17 @@ constexpr wchar_t kCannotList[] = L"無法安全列舉資源包版本資料夾�
 constexpr wchar_t kFilesDiffer[] = L"資源包版本資料夾與 inventory 不符。";
 constexpr wchar_t kContentDiffers[] = L"資源包落地內容驗證失敗：";
 
-std::wstring KeyBelow(const std::wstring& folder, const std::wstring& path) {
-    std::wstring key = platform::ToLower(std::wstring_view(path).substr(folder.size() + 1));
+/// A file's name as the sets compare it.
+std::wstring KeyOf(std::wstring_view path) {
+    std::wstring key = platform::ToLower(path);
     std::replace(key.begin(), key.end(), L'\\', L'/');
     return key;
 }
 
-std::set<std::wstring> ExpectedFiles(const PackageDescriptor& descriptor) {
+std::set<std::wstring> InventoryNames(const PackageDescriptor& descriptor) {
     std::set<std::wstring> files;
     for (const PackageFileDescriptor& file : descriptor.inventory) {
-        files.insert(platform::ToLower(file.path));
+        files.insert(KeyOf(file.path));
     }
     return files;
 }
@@ -36,28 +37,16 @@ std::set<std::wstring> ExpectedFiles(const PackageDescriptor& descriptor) {
 }  // namespace
 
 bool ListPackageFiles(const std::wstring& folder, const std::wstring& directory, std::set<std::wstring>& files) {
-    std::vector<DirectoryEntry> entries;
-    if (!ListDirectory(directory, entries)) return false;
-    for (const DirectoryEntry& entry : entries) {
-        if ((entry.attributes & kReparsePointBit) != 0) return false;
-        const std::wstring path = JoinPath(directory, entry.name);
-        if ((entry.attributes & kDirectoryBit) != 0) {
-            if (!ListPackageFiles(folder, path, files)) return false;
-        } else if (!files.insert(KeyBelow(folder, path)).second) {
-            return false;
-        }
-    }
-    return true;
+    std::vector<std::wstring> found;
+    return ListTreeNoLinks(directory, found) && std::all_of(found.begin(), found.end(), [&](const std::wstring& path) {
+               return files.insert(KeyOf(JoinPath(directory, path).substr(folder.size() + 1))).second;
+           });
 }
 
 bool PackageFileMatches(const std::wstring& folder, const PackageFileDescriptor& file, const FileProgress& progress) {
-    const std::wstring path = PackageFilePath(folder, file);
-    std::uint64_t size = 0;
-    if (!ReadFileSize(path, size) || size != file.size) return false;
     HashProgress perFile;
     if (progress) perFile = [&](std::uint64_t bytes) { progress(file, bytes); };
-    std::wstring hex;
-    return HashFileSha256(path, hex, perFile) && platform::EqualsIgnoringCase(hex, file.sha256);
+    return FileMatchesDescriptor(PackageFilePath(folder, file), file, perFile);
 }
 
 bool ValidateInstalledPackage(const std::wstring& folder, const PackageDescriptor& descriptor, std::wstring& error,
@@ -65,7 +54,7 @@ bool ValidateInstalledPackage(const std::wstring& folder, const PackageDescripto
     if (!IsRealDirectory(LookAt(folder).attributes)) return Fail(error, kFolderMissing);
     std::set<std::wstring> files;
     if (!ListPackageFiles(folder, folder, files)) return Fail(error, kCannotList);
-    if (files != ExpectedFiles(descriptor)) return Fail(error, kFilesDiffer);
+    if (files != InventoryNames(descriptor)) return Fail(error, kFilesDiffer);
     for (const PackageFileDescriptor& file : descriptor.inventory) {
         if (!PackageFileMatches(folder, file, progress)) return Fail(error, kContentDiffers + file.path);
     }

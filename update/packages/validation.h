@@ -22,8 +22,9 @@ using FileProgress = std::function<void(const PackageFileDescriptor&, std::uint6
 /// The same over several packages.
 using SetProgress = std::function<void(const PackageDescriptor&, const PackageFileDescriptor&, std::uint64_t)>;
 
-/// Every file below `directory` as its path relative to `folder`, in lower case with forward slashes; folders do not
-/// appear. False for a link of any kind, a name that occurs twice, or a listing that breaks off.
+/// Every file below `directory` as its path relative to `folder`, which is it or lies above it: lower case, forward
+/// slashes; folders do not appear. False for a link of any kind, a name that occurs twice, or a listing that breaks
+/// off.
 [[nodiscard]] bool ListPackageFiles(const std::wstring& folder, const std::wstring& directory,
                                     std::set<std::wstring>& files);
 

@@ -191,11 +191,22 @@ InstalledLayout LayoutOf(PackagesInPlace packages) {
 std::vector<ManifestFileEntry> FindDifferingFiles(const UpdateRun& run, HashProgressReporter& reporter) {
     std::vector<ManifestFileEntry> missingFiles;
     for (const ManifestFileEntry& file : run.manifest.files) {
+        reporter.BeginFile();
         const auto progress = [&](std::uint64_t bytes) { reporter.Report(file.path, bytes); };
         if (!ManifestFileIsCurrent(run.root, file, progress)) missingFiles.push_back(file);
         reporter.FileDone(file.size);
     }
     return missingFiles;
+}
+
+/// Everything was hashed and nothing is to be done: the next starts may go by the record.
+Next LeaveVerified(UpdateRun& run, InstalledLayout layout) {
+    run.result.outcome = Outcome::UpToDate;
+    WriteUpdateState(UpdateStatePath(run.root));
+    WriteVerifiedInventory(run.root, run.settings, run.verified.manifest, run.verified.manifestDigest, layout,
+                           run.verified.priorDigest);
+    NotifyStage(run.settings, Stage::UpToDate, run.manifest.version, 0, 0);
+    return Next::leave;
 }
 
 /// Leaves only the differing files in the manifest, or leaves the run when nothing differs and the version is the same.
@@ -210,9 +221,7 @@ Next CompareInstalled(UpdateRun& run) {
     std::vector<ManifestFileEntry> missingFiles = FindDifferingFiles(run, reporter);
     reporter.Complete();
     if (run.versionOrder == 0 && missingFiles.empty() && !run.needPackages) {
-        WriteVerifiedInventory(run.root, run.settings, run.verified.manifest, run.verified.manifestDigest,
-                               LayoutOf(packages), run.verified.priorDigest);
-        return LeaveConcluded(run, Outcome::UpToDate, Stage::UpToDate);
+        return LeaveVerified(run, LayoutOf(packages));
     }
     run.manifest.files = std::move(missingFiles);
     return Next::goOn;

@@ -16,8 +16,13 @@ HashProgressReporter::HashProgressReporter(const Settings& settings, std::uint64
     NotifyStage(settings_, Stage::VerifyingFiles, L"", 0, totalBytes_);
 }
 
+void HashProgressReporter::BeginFile() {
+    doneBytes_ += fileBytes_;
+    fileBytes_ = 0;
+}
+
 void HashProgressReporter::Report(const std::wstring& displayPath, std::uint64_t fileBytes) {
-    if (fileBytes == 0) doneBytes_ += fileBytes_;
+    if (fileBytes == 0) BeginFile();
     fileBytes_ = fileBytes;
     const std::uint64_t now = GetTickCount64();
     if (now - lastReportMs_ < kReportIntervalMs) return;

@@ -15,11 +15,13 @@ class HashProgressReporter {
     /// Reports `VerifyingFiles` with 0 of `totalBytes` at once. `settings` must outlive the object.
     HashProgressReporter(const Settings& settings, std::uint64_t totalBytes);
 
-    /// Bytes read so far of one file; 0 tells that its reading begins, and with it that a file
-    /// before it that nobody has called done is.
+    /// Counts what was read of the file before, if nobody has called it done.
+    void BeginFile();
+
+    /// Bytes read so far of one file; 0 begins it.
     void Report(const std::wstring& displayPath, std::uint64_t fileBytes);
 
-    /// Counts a file of this size as done, whether or not it had to be read.
+    /// Counts the file that was begun as done by its size, whether or not it had to be read.
     void FileDone(std::uint64_t sizeBytes);
 
     /// Reports total of total.

@@ -14,7 +14,7 @@ std::wstring FindPatchBase(const std::wstring& applicationRoot, const PackageDes
     if (package.patch.files.empty()) return {};
     PackageDescriptor base = package;
     base.version = package.patch.baseVersion;
-    const std::wstring managed = VersionFolder(RuntimeFolder(applicationRoot), base);
+    std::wstring managed = VersionFolder(RuntimeFolder(applicationRoot), base);
     if (PackagePatchBaseMatches(managed, package)) return managed;
     const std::optional<std::wstring> home = PortableHomeFolder(applicationRoot, package);
     return home && PackagePatchBaseMatches(*home, package) ? *home : std::wstring();

@@ -108,7 +108,7 @@ struct Payload {
 
 /// A cancel is no failure: it leaves without a word.
 bool GoOnUnlessCancelled(const PayloadContext& context, std::wstring& error) {
-    return !CancelRequested(context.settings) || Fail(error, {});
+    return !CancelRequested(context.settings) || Fail(error, L"");
 }
 
 bool FetchAndHash(const Payload& payload, const std::wstring& target, const PayloadContext& context,
