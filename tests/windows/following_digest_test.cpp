@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <set>
 #include <string>
 
 #include "platform/sha256.h"
@@ -35,7 +36,8 @@ std::wstring DigestAtOnce(const std::string& bytes) {
 /// The digest of a block that comes to stand `step` bytes at a time; before its time each byte is another one.
 std::wstring DigestWhileFilled(const std::string& bytes, std::size_t step) {
     std::string block(bytes.size(), '\xEE');
-    FollowingDigest digest(block.data(), block.size());
+    FollowingDigest digest;
+    digest.Begin(block.data(), block.size());
     for (std::size_t filled = 0; filled < bytes.size();) {
         const std::size_t next = std::min(filled + step, bytes.size());
         std::copy(bytes.begin() + static_cast<std::ptrdiff_t>(filled),
@@ -65,13 +67,53 @@ TEST(FollowingDigest, LargeBlock_IsHashedOnAnotherThreadBeforeItIsWhole) {
         if (GetCurrentThreadId() != mine) SetEvent(begun.Get());
         return OnHash::Original(hash, data, length, flags);
     });
-    FollowingDigest digest(bytes.data(), bytes.size());
+    FollowingDigest digest;
+    digest.Begin(bytes.data(), bytes.size());
     digest.Advance(2u << 20);
     EXPECT_EQ(WaitForSingleObject(begun.Get(), 30000), WAIT_OBJECT_0) << "half of the block stands";
     digest.Advance(bytes.size());
     std::wstring hex;
     ASSERT_TRUE(digest.Finish(hex));
     EXPECT_EQ(hex, DigestAtOnce(bytes));
+}
+
+TEST(FollowingDigest, BlocksOneAfterTheOther_HaveTheirOwnDigestsFromOneThread) {
+    std::set<DWORD> threads;
+    const OnHash note([&](BCRYPT_HASH_HANDLE hash, PUCHAR data, ULONG length, ULONG flags) {
+        threads.insert(GetCurrentThreadId());
+        return OnHash::Original(hash, data, length, flags);
+    });
+    FollowingDigest digest;
+    std::wstring hex;
+    for (const std::size_t length : {700000u, 300u, 2000000u, 0u, 131072u}) {
+        const std::string bytes = Noise(length);
+        digest.Begin(bytes.data(), bytes.size());
+        for (std::size_t filled = 0; filled < length;)
+            digest.Advance(filled = std::min<std::size_t>(filled + 50000, length));
+        ASSERT_TRUE(digest.Finish(hex));
+        threads.erase(GetCurrentThreadId());
+        EXPECT_EQ(hex, DigestAtOnce(bytes)) << length;
+    }
+    threads.erase(GetCurrentThreadId());
+    EXPECT_LE(threads.size(), 1u);
+}
+
+/// What was begun and never became whole leaves no trace in the next digest.
+TEST(FollowingDigest, BlockThatIsGivenUp_IsForgotten) {
+    const std::string bytes = Noise(1u << 20);
+    FollowingDigest digest;
+    std::wstring hex;
+    for (const bool finish : {false, true}) {
+        digest.Begin(bytes.data(), bytes.size());
+        digest.Advance(600000);
+        if (finish) {
+            EXPECT_TRUE(digest.Finish(hex));
+        }
+        digest.Begin(bytes.data() + 1, 500000);
+        digest.Advance(500000);
+        EXPECT_TRUE(digest.Finish(hex));
+        EXPECT_EQ(hex, DigestAtOnce(bytes.substr(1, 500000)));
+    }
 }
 
 TEST(FollowingDigest, WithoutAThread_HashesAllAtTheEnd) {
@@ -92,7 +134,8 @@ TEST(FollowingDigest, HashThatFailsOnEitherThread_GivesNoDigest) {
             if (!here) SetEvent(followed.Get());
             return status;
         });
-        FollowingDigest digest(bytes.data(), bytes.size());
+        FollowingDigest digest;
+        digest.Begin(bytes.data(), bytes.size());
         digest.Advance(600000);
         ASSERT_EQ(WaitForSingleObject(followed.Get(), 30000), WAIT_OBJECT_0);
         digest.Advance(bytes.size());
@@ -112,7 +155,8 @@ TEST(FollowingDigest, LeftUnfinished_EndsItsThread) {
         return OnHash::Original(hash, data, length, flags);
     });
     {
-        FollowingDigest digest(bytes.data(), bytes.size());
+        FollowingDigest digest;
+        digest.Begin(bytes.data(), bytes.size());
         digest.Advance(600000);
         ASSERT_EQ(WaitForSingleObject(begun.Get(), 30000), WAIT_OBJECT_0);
     }

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <bcrypt.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -18,6 +19,7 @@
 #include <vector>
 
 #include "platform/text.h"
+#include "platform/unique_handle.h"
 #include "tests/support/import_hook.h"
 #include "tests/support/package_fixture.h"
 #include "tests/support/stand_in.h"
@@ -1011,6 +1013,39 @@ TEST(OpenPackageArchive, IsClosedWithTheObject) {
     }
     EXPECT_TRUE(DeleteFileW(verdicts.path.c_str()));
     EXPECT_EQ(Text(bytes), "content of a");  // unpacked bytes stand on their own
+}
+
+// The digest follows the unpacking on another thread, and the block of a refused entry is given back at once.
+
+TEST(PackageArchive, RefusedEntry_IsNotReadAnyMoreByTheThreadThatHashesIt) {
+    using OnHash = test_support::StandIn<"BCryptHashData", decltype(BCryptHashData)>;
+    const TemporaryDirectory folder;
+    const std::string content(4u << 20, 'x');
+    std::string archive = BuildArchive({{L"a", content}});
+    archive[archive.rfind("PK\1\2") + 16] ^= 1;  // its CRC, so that it is refused when all of it has been unpacked
+    WriteWholeFile(folder / L"archive", archive);
+    PackageArchive opened;
+    ASSERT_TRUE(opened.Open(folder / L"archive"));
+    const DWORD mine = GetCurrentThreadId();
+    const platform::KernelHandle never(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    std::atomic<int> reading{0};
+    std::atomic<int> calls{0};
+    const OnHash linger([&](BCRYPT_HASH_HANDLE hash, PUCHAR data, ULONG length, ULONG flags) {
+        if (GetCurrentThreadId() == mine) return OnHash::Original(hash, data, length, flags);
+        ++reading;
+        ++calls;
+        WaitForSingleObject(never.Get(), 300);  // long enough that whoever does not wait is gone by then
+        const NTSTATUS status = OnHash::Original(hash, data, length, flags);
+        --reading;
+        return status;
+    });
+    PackageArchive::Bytes bytes;
+    // Again, should the unpacking be over before the thread has had a turn.
+    for (int attempt = 0; attempt < 100 && calls == 0; ++attempt) {
+        EXPECT_FALSE(opened.ExtractVerified(DescribeFile(L"a", content), bytes));
+        EXPECT_EQ(reading, 0);
+    }
+    EXPECT_GT(calls, 0);
 }
 
 }  // namespace

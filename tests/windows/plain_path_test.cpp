@@ -73,6 +73,20 @@ TEST_F(PlainPath, WhatCannotBeLookedAt_IsRefused) {
     }
 }
 
+/// Who opens the file judges it by its handle.
+TEST_F(PlainPath, EnteringLooksAtFoldersAlone) {
+    PlainPathWalk walk(folder.Path());
+    std::wstring path;
+    for (const wchar_t* relative : {L"a\\b\\deep", L"a\\missing", L"a\\b", L"top"}) {
+        EXPECT_TRUE(walk.Enter(relative, path)) << platform::EncodeUtf8(relative);
+        EXPECT_EQ(path, folder.Path() + L"\\" + relative);
+    }
+    EXPECT_FALSE(walk.Enter(L"top\\one", path));
+    EXPECT_FALSE(walk.Enter(L"missing\\one", path));
+    const ForcedAttributes linked(L"\\b", FILE_ATTRIBUTE_REPARSE_POINT);
+    EXPECT_FALSE(PlainPathWalk(folder.Path()).Enter(L"a\\b\\deep", path));
+}
+
 TEST_F(PlainPath, RefusedFolder_IsRefusedForEveryFileInIt) {
     const ForcedAttributes linked(L"\\a", FILE_ATTRIBUTE_REPARSE_POINT);
     PlainPathWalk walk(folder.Path());

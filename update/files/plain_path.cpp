@@ -6,7 +6,7 @@
 
 namespace launcher_update {
 
-bool PlainPathWalk::Reach(std::wstring_view relative, std::wstring& path) {
+bool PlainPathWalk::Enter(std::wstring_view relative, std::wstring& path) {
     path = JoinPath(base_, relative);
     const std::wstring folder = platform::ParentPath(path).value_or(base_);
     if (folder != passed_) {
@@ -17,7 +17,11 @@ bool PlainPathWalk::Reach(std::wstring_view relative, std::wstring& path) {
         }
         passed_ = folder;
     }
-    return IsPlainFile(LookAt(path).attributes);
+    return true;
+}
+
+bool PlainPathWalk::Reach(std::wstring_view relative, std::wstring& path) {
+    return Enter(relative, path) && IsPlainFile(LookAt(path).attributes);
 }
 
 }  // namespace launcher_update

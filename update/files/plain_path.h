@@ -12,8 +12,11 @@ class PlainPathWalk {
   public:
     explicit PlainPathWalk(std::wstring base) : base_(std::move(base)) {}
 
-    /// True when every folder on the way to `base\relative` is a real directory and the end is a plain file; `path`
-    /// receives the joined path. Slashes of either kind separate.
+    /// True when every folder on the way to `base\relative` is a real directory; `path` receives the joined path. What
+    /// stands at its end is for the caller to judge. Slashes of either kind separate.
+    [[nodiscard]] bool Enter(std::wstring_view relative, std::wstring& path);
+
+    /// The same, and the end is a plain file.
     [[nodiscard]] bool Reach(std::wstring_view relative, std::wstring& path);
 
   private:

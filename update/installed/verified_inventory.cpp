@@ -44,7 +44,8 @@ bool LayoutHolds(const std::wstring& root, const Settings& settings, const Updat
     return true;
 }
 
-/// Metadata alone: the open asks for no right to read content, and does not follow a link.
+/// Metadata alone: the open asks for no right to read content. It does not follow a link either, so that the attributes
+/// are those of what stands at the path; asking the path for them would cost as much again.
 bool ReadIdentity(const std::wstring& path, std::uint64_t expectedSize, FileIdentity& identity) {
     const platform::FileHandle file(CreateFileW(
         ToLongPath(path).c_str(), FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
@@ -58,7 +59,8 @@ bool ReadIdentity(const std::wstring& path, std::uint64_t expectedSize, FileIden
         return false;
     }
     const LONGLONG size = standard.EndOfFile.QuadPart;
-    if (standard.Directory || size < 0 || static_cast<std::uint64_t>(size) != expectedSize) return false;
+    if (standard.Directory || !IsPlainFile(basic.FileAttributes)) return false;
+    if (size < 0 || static_cast<std::uint64_t>(size) != expectedSize) return false;
     identity.lastWriteTime = basic.LastWriteTime.QuadPart;
     identity.changeTime = basic.ChangeTime.QuadPart;
     identity.volumeSerialNumber = id.VolumeSerialNumber;
@@ -69,7 +71,7 @@ bool ReadIdentity(const std::wstring& path, std::uint64_t expectedSize, FileIden
 bool AppendInventoryEntry(PlainPathWalk& walk, const std::wstring& key, std::uint64_t size, std::wstring& text) {
     std::wstring path;
     FileIdentity identity;
-    if (!walk.Reach(key, path) || !ReadIdentity(path, size, identity)) return false;
+    if (!walk.Enter(key, path) || !ReadIdentity(path, size, identity)) return false;
     AppendFileIdentity(text, key, size, identity);
     return true;
 }

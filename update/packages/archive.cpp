@@ -24,7 +24,7 @@ struct Filling {
     unsigned char* block = nullptr;
     std::size_t length = 0;
     std::size_t filled = 0;
-    platform::FollowingDigest digest;
+    platform::FollowingDigest& digest;
 
     /// What does not continue the block or does not fit into it is not taken, which ends the unpacking.
     static std::size_t Take(void* opaque, mz_uint64 offset, const void* piece, std::size_t pieceLength) {
@@ -42,6 +42,7 @@ struct Filling {
 struct PackageArchive::State {
     mz_zip_archive zip{};
     bool isOpen = false;
+    platform::FollowingDigest digest;
     std::vector<char> name = std::vector<char>(kMaxNameBytes + 1);  // with the end that miniz adds
 
     [[nodiscard]] std::size_t EntryCount() const { return zip.m_total_files; }
@@ -65,9 +66,11 @@ struct PackageArchive::State {
 
     /// Unpacks an entry into a block of exactly `length` bytes while its digest follows. miniz compares the CRC.
     bool Extract(mz_uint index, void* block, std::size_t length, std::wstring& hex) {
-        Filling filling{static_cast<unsigned char*>(block), length, 0, platform::FollowingDigest(block, length)};
-        return mz_zip_reader_extract_to_callback(&zip, index, Filling::Take, &filling, 0) && filling.filled == length &&
-               filling.digest.Finish(hex);
+        Filling filling{static_cast<unsigned char*>(block), length, 0, digest};
+        digest.Begin(block, length);
+        const bool unpacked = mz_zip_reader_extract_to_callback(&zip, index, Filling::Take, &filling, 0) != 0;
+        const bool hashed = digest.Finish(hex);  // in any case: behind it nobody reads the block any more
+        return unpacked && filling.filled == length && hashed;
     }
 
     ArchiveEntry Describe(mz_uint index) {
