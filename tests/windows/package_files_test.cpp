@@ -14,6 +14,7 @@
 #include "tests/support/import_hook.h"
 #include "tests/support/package_fixture.h"
 #include "tests/support/report.h"
+#include "tests/support/seen_calls.h"
 #include "tests/support/stand_in.h"
 #include "tests/support/temporary_directory.h"
 #include "update/files/file_hashing.h"
@@ -47,13 +48,11 @@ using test_support::WriteWholeFile;
 
 using OnCopyFile = StandIn<"CopyFileW", decltype(CopyFileW)>;
 using OnCreateDirectory = StandIn<"CreateDirectoryW", decltype(CreateDirectoryW)>;
-using OnCreateFile = StandIn<"CreateFileW", decltype(CreateFileW)>;
 using OnDeleteFile = StandIn<"DeleteFileW", decltype(DeleteFileW)>;
 using OnFindClose = StandIn<"FindClose", decltype(FindClose)>;
 using OnFindFirst = StandIn<"FindFirstFileW", decltype(FindFirstFileW)>;
 using OnFlush = StandIn<"FlushFileBuffers", decltype(FlushFileBuffers)>;
 using OnGetAttributes = StandIn<"GetFileAttributesW", decltype(GetFileAttributesW)>;
-using OnGetAttributesEx = StandIn<"GetFileAttributesExW", decltype(GetFileAttributesExW)>;
 using OnLibraryClose = StandIn<"fclose", decltype(std::fclose)>;
 using OnLibraryFlush = StandIn<"fflush", decltype(std::fflush)>;
 using OnLibraryOpen = StandIn<"_wfopen", decltype(_wfopen)>;
@@ -569,69 +568,6 @@ TEST(RemoveTreeNoLinks, FolderThatCannotBeListed_IsAFailure) {
 
 // --- What reaches Windows
 
-/// Records every path that the package code hands over while it lives. On Windows a path beyond 260 units shows a
-/// forgotten prefix, elsewhere it may not, so the form itself is looked at.
-class SeenPaths {
-  public:
-    void ExpectLongForms() const {
-        EXPECT_FALSE(seen_.empty());
-        for (const auto& [function, path] : seen_)
-            EXPECT_TRUE(path.starts_with(L"\\\\?\\") && path.find(L'/') == std::wstring::npos)
-                << function << ' ' << platform::EncodeUtf8(path);
-    }
-    [[nodiscard]] bool Holds(const std::string& function) const {
-        return std::any_of(seen_.begin(), seen_.end(), [&](const auto& call) { return call.first == function; });
-    }
-
-  private:
-    void Note(const char* function, const wchar_t* path) { seen_.emplace_back(function, path); }
-
-    std::vector<std::pair<std::string, std::wstring>> seen_;
-    OnCreateFile createFile_{[this](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
-                                    DWORD disposition, DWORD flags, HANDLE other) {
-        Note("CreateFileW", path);
-        return OnCreateFile::Original(path, access, share, security, disposition, flags, other);
-    }};
-    OnCreateDirectory createDirectory_{[this](LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
-        Note("CreateDirectoryW", path);
-        return OnCreateDirectory::Original(path, security);
-    }};
-    OnRemoveDirectory removeDirectory_{[this](LPCWSTR path) {
-        Note("RemoveDirectoryW", path);
-        return OnRemoveDirectory::Original(path);
-    }};
-    OnDeleteFile deleteFile_{[this](LPCWSTR path) {
-        Note("DeleteFileW", path);
-        return OnDeleteFile::Original(path);
-    }};
-    OnMoveFile moveFile_{[this](LPCWSTR from, LPCWSTR to, DWORD flags) {
-        Note("MoveFileExW", from);
-        Note("MoveFileExW", to);
-        return OnMoveFile::Original(from, to, flags);
-    }};
-    OnCopyFile copyFile_{[this](LPCWSTR from, LPCWSTR to, BOOL failIfExists) {
-        Note("CopyFileW", from);
-        Note("CopyFileW", to);
-        return OnCopyFile::Original(from, to, failIfExists);
-    }};
-    OnGetAttributes getAttributes_{[this](LPCWSTR path) {
-        Note("GetFileAttributesW", path);
-        return OnGetAttributes::Original(path);
-    }};
-    OnGetAttributesEx getAttributesEx_{[this](LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID facts) {
-        Note("GetFileAttributesExW", path);
-        return OnGetAttributesEx::Original(path, level, facts);
-    }};
-    OnFindFirst findFirst_{[this](LPCWSTR pattern, LPWIN32_FIND_DATAW found) {
-        Note("FindFirstFileW", pattern);
-        return OnFindFirst::Original(pattern, found);
-    }};
-    OnLibraryOpen libraryOpen_{[this](const wchar_t* path, const wchar_t* mode) {
-        Note("_wfopen", path);
-        return OnLibraryOpen::Original(path, mode);
-    }};
-};
-
 TEST(PackageCalls, EveryOperation_UsesTheLongForm) {
     const TemporaryDirectory folder;
     const PackageContent content = {{L"deep/b.bin", "bb"}, {L"資料/é.bin", "cc"}};
@@ -696,7 +632,7 @@ TEST(PackageCalls, EveryOperation_UsesTheLongForm) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        SeenPaths seen;
+        test_support::SeenCalls seen;
         EXPECT_TRUE(row.operation()) << platform::EncodeUtf8(error);
         if (row.functions.empty()) continue;  // the test's own doing
         seen.ExpectLongForms();
