@@ -21,9 +21,9 @@ namespace launcher_update {
 /// True when `path` is a file and neither it nor any folder above it, up to the drive, is a link.
 [[nodiscard]] bool SourceFileIsSafe(const std::wstring& path);
 
-/// Copies one file of a package out of `sourceFolder`, refusing links on the way and an existing destination, and forces
-/// the copy out: the folder is renamed into its place soon, and a power cut must not leave it with empty files. What was
-/// copied is not verified: whoever assembles a folder validates it whole.
+/// Copies one file of a package out of `sourceFolder`, refusing links on the way and an existing destination, and
+/// forces the copy out: the folder is renamed into its place soon, and a power cut must not leave it with empty files.
+/// What was copied is not verified: whoever assembles a folder validates it whole.
 [[nodiscard]] bool CopySourceFile(const std::wstring& sourceFolder, const PackageFileDescriptor& file,
                                   const std::wstring& destination);
 
