@@ -14,7 +14,6 @@ using product::TextId;
 
 namespace {
 
-constexpr std::wstring_view kPackagePrefix = L"package:";
 constexpr std::uint64_t kSteadyAfterMs = 3000;  // a speed seen for less promises nothing about the rest
 constexpr double kLongestRemainingSeconds = 86400.0;
 
@@ -98,7 +97,7 @@ StageDisplay Unchanged(const WindowModel& model) {
 
 void DisplayTransfer(WindowModel& model, const StageEvent& event, StageDisplay& display) {
     if (event.stage == Stage::DownloadingBytes) LearnFromBytes(model.progress, event.completed, event.total);
-    const bool isPackage = event.detail.starts_with(kPackagePrefix);
+    const bool isPackage = event.detail.starts_with(launcher_update::kPackageDetailPrefix);
     display.text = model.Text(isPackage ? TextId::UpdatingRequiredResources : TextId::Downloading);
     display.cancellable = true;
     ShowAggregate(model.progress, display);

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "download/request.h"
 #include "update/manifest/release_notes.h"
@@ -30,6 +31,9 @@ enum class Stage : std::uint32_t {
     CheckingFiles = 13,
     VerifyingFiles = 14,  // installed files are hashed; counters are bytes
 };
+
+/// A stage's detail that begins so names a package by its id; any other names a file, a version or a message.
+inline constexpr std::wstring_view kPackageDetailPrefix = L"package:";
 
 enum class Outcome : std::uint32_t {
     Skipped = 0,

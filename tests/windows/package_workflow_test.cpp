@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <bcrypt.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -1194,6 +1195,25 @@ TEST_F(PackageUpdateWithAFault, InAnyHalfDoneCall_LeavesAWholeSet) {
     // 3 archives and files fetched, 6 files of the packages, 5 backups, 3 swaps; the mark, the journal, both states and
     // the schedule.
     EXPECT_GE(points, 3u + 6 + 5 + 3 + 5);
+}
+
+/// Without the manifest's digest nothing can be recorded, and nothing fails either.
+TEST_F(PackageWorkflow, ManifestDigestThatFails_OnlyLeavesNoRecord) {
+    using OnFinish = StandIn<"BCryptFinishHash", decltype(BCryptFinishHash)>;
+    InstallManagedNew();
+    Publish();
+    {
+        int finished = 0;
+        const OnFinish fail([&](BCRYPT_HASH_HANDLE hash, PUCHAR digest, ULONG length, ULONG flags) {
+            // The first is the release's identity, the second the manifest's digest.
+            return ++finished == 2 ? static_cast<NTSTATUS>(0xC0000001)
+                                   : OnFinish::Original(hash, digest, length, flags);
+        });
+        EXPECT_EQ(RunAgain().outcome, Outcome::UpToDate);
+        EXPECT_EQ(FileLength(RecordPath()), -1);
+    }
+    EXPECT_EQ(RunAgain().outcome, Outcome::UpToDate);
+    EXPECT_GT(FileLength(RecordPath()), 0);
 }
 
 }  // namespace

@@ -122,7 +122,8 @@ bool WriteStaged(const VersionInstallation& installation, const PackageFileWrite
     return true;
 }
 
-/// The two renames: the damaged version aside, the new one into its place. `movedAside` is then to be removed.
+/// The two renames, the only moments at which the target changes: the damaged version aside, the new one into its
+/// place.
 bool Commit(const VersionInstallation& installation, const std::wstring& backup, std::wstring& error) {
     if (installation.targetExists && !MoveFolder(installation.target, backup)) return Fail(error, kCannotIsolate);
     if (MoveFolder(installation.staging, installation.target)) return true;

@@ -144,7 +144,7 @@ PayloadContext ContextFor(const Application& application, const std::wstring& de
 }
 
 std::wstring PackageDetail(const PackageDescriptor& package) {
-    return L"package:" + package.id;
+    return std::wstring(kPackageDetailPrefix) + package.id;
 }
 
 Next CopyLocalPackage(Application& application, const PackageDescriptor& package, const PackagePlan& plan) {
