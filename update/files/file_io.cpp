@@ -4,6 +4,7 @@
 
 #include "platform/text.h"
 #include "platform/unique_handle.h"
+#include "update/files/attributes.h"
 #include "update/files/paths.h"
 #include "update/files/trees.h"
 
@@ -31,6 +32,15 @@ bool FlushFileToDisk(const std::wstring& path) {
                                                 OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_WRITE_THROUGH,
                                                 nullptr));
     return file && FlushFileBuffers(file.Get());
+}
+
+bool ForceCopyOut(const std::wstring& copy) {
+    const std::uint32_t attributes = LookAt(copy).attributes;
+    if (attributes != kNoAttributes && (attributes & FILE_ATTRIBUTE_READONLY) != 0 &&
+        !SetFileAttributesW(ToLongPath(copy).c_str(), FILE_ATTRIBUTE_NORMAL)) {
+        return false;
+    }
+    return FlushFileToDisk(copy);
 }
 
 bool CopyFileDurable(const std::wstring& source, const std::wstring& destination, bool overwrite) {

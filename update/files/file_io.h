@@ -15,6 +15,10 @@ namespace launcher_update {
 /// Forces one existing file's data out to the disk ("FlushFileBuffers function").
 [[nodiscard]] bool FlushFileToDisk(const std::wstring& path);
 
+/// Forces a fresh copy out. A copy keeps the read-only bit, with which it could neither be forced out nor be replaced
+/// again, so that bit is taken off first.
+[[nodiscard]] bool ForceCopyOut(const std::wstring& copy);
+
 /// Copies and forces the copy out, making the destination's folder first. Not atomic: after a failure part of a copy
 /// may stand, so callers copy to a name of their own and rename.
 [[nodiscard]] bool CopyFileDurable(const std::wstring& source, const std::wstring& destination, bool overwrite);

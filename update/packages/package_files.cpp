@@ -21,16 +21,6 @@ bool MakeParent(const std::wstring& path) {
     return !folder || CreateDirectoryChain(*folder);
 }
 
-/// A copy keeps the read-only bit, with which it could neither be forced out nor ever be removed again.
-bool ForceCopyOut(const std::wstring& copy) {
-    const std::uint32_t attributes = LookAt(copy).attributes;
-    if (attributes != kNoAttributes && (attributes & FILE_ATTRIBUTE_READONLY) != 0 &&
-        !SetFileAttributesW(ToPackageLongPath(copy).c_str(), FILE_ATTRIBUTE_NORMAL)) {
-        return false;
-    }
-    return FlushFileToDisk(copy);
-}
-
 }  // namespace
 
 bool ReadFileSize(const std::wstring& path, std::uint64_t& size) {
