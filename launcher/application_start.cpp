@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include "launcher/command_line.h"
+#include "launcher/full_path.h"
 #include "platform/text.h"
 #include "update/files/paths.h"
 
@@ -12,15 +13,6 @@ namespace {
 constexpr wchar_t kCannotResolve[] = L"無法解析主程式路徑。";
 constexpr wchar_t kOutsideLauncherFolder[] = L"主程式路徑超出啟動器資料夾。";
 constexpr wchar_t kNotFound[] = L"找不到主程式：\n";
-constexpr DWORD kPathUnits = 32768;  // the longest path Windows has, terminator included
-
-bool FullPath(const std::wstring& path, std::wstring& full) {
-    full.resize(kPathUnits);
-    const DWORD length = GetFullPathNameW(path.c_str(), kPathUnits, full.data(), nullptr);
-    if (length == 0 || length >= kPathUnits) return false;
-    full.resize(length);
-    return true;
-}
 
 /// The second fence behind the rule for the settings' texts: whatever they resolve to must lie below the launcher.
 bool LiesBelow(const std::wstring& path, std::wstring folder) {

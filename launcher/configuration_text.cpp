@@ -34,6 +34,27 @@ wchar_t Unescape(wchar_t unit) {
     return L'\0';
 }
 
+/// As `FlatReadString`; `end` is just behind the closing quote.
+bool ReadStringTo(std::wstring_view text, std::size_t position, std::wstring& value, std::size_t& end) {
+    value.clear();
+    if (position >= text.size() || text[position] != L'"') return false;
+    for (std::size_t at = position + 1; at < text.size(); ++at) {
+        if (text[at] == L'"') {
+            end = at + 1;
+            return true;
+        }
+        if (text[at] != L'\\') {
+            value.push_back(text[at]);
+            continue;
+        }
+        const wchar_t meaning = at + 1 < text.size() ? Unescape(text[at + 1]) : L'\0';
+        if (meaning == L'\0') return false;
+        value.push_back(meaning);
+        ++at;
+    }
+    return false;
+}
+
 bool ReadRequired(std::wstring_view text, std::wstring_view key, std::wstring& value) {
     std::size_t at = 0;
     return FlatFindValue(text, key, at) && FlatReadString(text, at, value);
@@ -74,20 +95,8 @@ bool FlatFindValue(std::wstring_view text, std::wstring_view key, std::size_t& p
 }
 
 bool FlatReadString(std::wstring_view text, std::size_t position, std::wstring& value) {
-    value.clear();
-    if (position >= text.size() || text[position] != L'"') return false;
-    for (std::size_t at = position + 1; at < text.size(); ++at) {
-        if (text[at] == L'"') return true;
-        if (text[at] != L'\\') {
-            value.push_back(text[at]);
-            continue;
-        }
-        const wchar_t meaning = at + 1 < text.size() ? Unescape(text[at + 1]) : L'\0';
-        if (meaning == L'\0') return false;
-        value.push_back(meaning);
-        ++at;
-    }
-    return false;
+    std::size_t ignored = 0;
+    return ReadStringTo(text, position, value, ignored);
 }
 
 bool FlatReadInt(std::wstring_view text, std::size_t position, std::int32_t& value) {
@@ -138,6 +147,17 @@ bool ParseLauncherConfiguration(std::string_view bytes, LauncherConfiguration& c
         return Fail(error, kUnsafePath);
     }
     configuration = std::move(read);
+    return true;
+}
+
+bool ReplaceLauncherVersion(std::wstring_view text, std::wstring_view version, std::wstring& replaced) {
+    std::size_t start = 0;
+    std::size_t end = 0;
+    std::wstring old;
+    if (!FlatFindValue(text, L"launcherVersion", start) || !ReadStringTo(text, start, old, end)) return false;
+    replaced = text.substr(0, start);
+    replaced += L'"' + std::wstring(version) + L'"';
+    replaced += text.substr(end);
     return true;
 }
 

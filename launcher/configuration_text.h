@@ -47,6 +47,9 @@ struct LauncherConfiguration {
 [[nodiscard]] bool ParseLauncherConfiguration(std::string_view bytes, LauncherConfiguration& configuration,
                                               std::wstring& error);
 
+/// Puts `version` in the place of the launcher's version; every other unit stays. False if the text has no such string.
+[[nodiscard]] bool ReplaceLauncherVersion(std::wstring_view text, std::wstring_view version, std::wstring& replaced);
+
 /// The file as the launcher writes it: line feeds, two-space indent, fixed order of keys.
 [[nodiscard]] std::wstring RenderLauncherConfiguration(const LauncherConfiguration& configuration);
 

@@ -12,7 +12,9 @@
 #include "launcher/command_line.h"
 #include "launcher/configuration.h"
 #include "launcher/exit_codes.h"
+#include "launcher/full_path.h"
 #include "launcher/launch_stopped.h"
+#include "launcher/self_replacement.h"
 #include "launcher/update_result.h"
 #include "launcher/update_worker.h"
 #include "launcher/window_bridge.h"
@@ -24,8 +26,6 @@
 
 namespace launcher_shell {
 namespace {
-
-constexpr DWORD kPathUnits = 32768;
 
 struct Launch {
     std::wstring launcherPath;
@@ -98,10 +98,10 @@ ExitWith ReadConfiguration(Launch& launch) {
     return kGoOn;
 }
 
-/// This build cannot replace a launcher. Going on as a normal run would start the application out of an updater's
-/// hands, so the request is refused as its own mode refuses bad arguments.
-ExitWith RefuseLauncherReplacement(Launch& launch) {
-    return launch.commandLine.replacement ? ExitWith(kLauncherReplacementRefused) : kGoOn;
+/// A run of its own: no window, no update, no application.
+ExitWith ReplaceTheLauncher(Launch& launch) {
+    if (!launch.commandLine.replacement) return kGoOn;
+    return ReplaceLauncher(launch.launcherPath, *launch.commandLine.replacement);
 }
 
 launcher_update::Settings BuildSettings(const LauncherConfiguration& configuration) {
@@ -201,7 +201,7 @@ int RunLauncher() {
         // here: the built-in verification commands
         SettleUpdateFolder,  // before anything that an interrupted update may have left half done is read
         ReadConfiguration,
-        RefuseLauncherReplacement,
+        ReplaceTheLauncher,
         OpenStatusWindow,
         RunUpdateWorkflow,
         ActOnResult,

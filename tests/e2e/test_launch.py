@@ -130,7 +130,7 @@ def test_application_in_a_folder_of_its_own_choice(lab):
 
 
 def test_replacement_is_refused_without_touching_anything(lab):
-    """Until the launcher can replace itself, a complete request ends with the code for refused arguments."""
+    """No launcher puts itself over itself."""
     tree = install(lab, configuration=False)
     before = tree.snapshot()
     result = lab.run(tree, [REPLACE, tree.windows(PROGRAM_NAME), tree.windows("current.json"), "1.0.0.0", "a" * 64])

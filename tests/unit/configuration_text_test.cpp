@@ -4,6 +4,7 @@
 
 #include <limits>
 #include <string>
+#include <string_view>
 
 #include "platform/text.h"
 #include "product/locations.h"
@@ -194,6 +195,81 @@ TEST(FlatReader, NumbersSaturate) {
     EXPECT_EQ(read(L"-99999999999999999999999"), std::numeric_limits<std::int32_t>::min());
     for (const wchar_t* text : {L"", L"-", L"+", L"x", L"\"1\"", L" ", L"- 1", L"+-1"})
         EXPECT_EQ(read(text), 4711) << text;
+}
+
+// --- The launcher's own version
+
+/// The text with 2.0.0.7 for the launcher's version, or nothing where it is refused.
+std::wstring WithVersion2007(std::wstring_view text) {
+    std::wstring replaced;
+    return ReplaceLauncherVersion(text, L"2.0.0.7", replaced) ? replaced : std::wstring();
+}
+
+TEST(ConfigurationVersion, IsReplacedAndNothingElse) {
+    LauncherConfiguration expected = Sample();
+    expected.launcherVersion = L"2.0.0.7";
+    EXPECT_EQ(WithVersion2007(RenderLauncherConfiguration(Sample())), RenderLauncherConfiguration(expected));
+}
+
+TEST(ConfigurationVersion, EveryUnitAroundItStays) {
+    const std::wstring before =
+        L" \uFEFF\t{ \"x\":[1 ,\r\n2], \"日本\": \"\\u00e9\\q\", \"launcherVersion\"\r\n\t :\n  ";
+    const std::wstring after = L"\t,\"launcherVersions\" : \"1.0.0.0\",}}\r\r\n \U0001F3B5";
+    EXPECT_EQ(WithVersion2007(before + L"\"1.0.0.0\"" + after), before + L"\"2.0.0.7\"" + after);
+}
+
+TEST(ConfigurationVersion, WhateverTheOldStringHeld_IsReplacedWhole) {
+    struct Row {
+        const wchar_t* text;
+        const wchar_t* replaced;
+    };
+    for (const Row& row : {
+             Row{L"\"launcherVersion\":\"\"", L"\"launcherVersion\":\"2.0.0.7\""},
+             Row{L"\"launcherVersion\":\"2.0.0.7\"", L"\"launcherVersion\":\"2.0.0.7\""},
+             Row{L"\"launcherVersion\":\"no version, 日本: at all\"x", L"\"launcherVersion\":\"2.0.0.7\"x"},
+             Row{L"\"launcherVersion\":\"\\\"\"x", L"\"launcherVersion\":\"2.0.0.7\"x"},
+             Row{L"\"launcherVersion\":\"a\\\"b\\\\\"x\"y\"", L"\"launcherVersion\":\"2.0.0.7\"x\"y\""},
+             Row{L"\"launcherVersion\":\"\\\\\\/\\b\\f\\n\\r\\t\"x", L"\"launcherVersion\":\"2.0.0.7\"x"},
+         }) {
+        EXPECT_EQ(WithVersion2007(row.text), row.replaced) << platform::EncodeUtf8(row.text);
+    }
+}
+
+TEST(ConfigurationVersion, FirstQuotedKeyWins) {
+    EXPECT_EQ(WithVersion2007(L"{\"launcherVersion\": \"1\", \"launcherVersion\": \"1\"}"),
+              L"{\"launcherVersion\": \"2.0.0.7\", \"launcherVersion\": \"1\"}");
+    EXPECT_EQ(WithVersion2007(L"{\"a\": {\"launcherVersion\": \"1\"}, \"launcherVersion\": \"1\"}"),
+              L"{\"a\": {\"launcherVersion\": \"2.0.0.7\"}, \"launcherVersion\": \"1\"}");
+    EXPECT_EQ(WithVersion2007(L"{\"launcherVersion\": 1, \"launcherVersion\": \"1\"}"), L"")
+        << "the second is no way out for the first";
+}
+
+TEST(ConfigurationVersion, KeyOfOtherLettersOrWithoutQuotes_IsNoKey) {
+    for (const wchar_t* text :
+         {L"{\"LauncherVersion\": \"1\"}", L"{\"launcherVersion \": \"1\"}", L"{\"xlauncherVersion\": \"1\"}",
+          L"{launcherVersion: \"1\"}", L"{'launcherVersion': \"1\"}", L"{}", L""}) {
+        EXPECT_EQ(WithVersion2007(text), L"") << platform::EncodeUtf8(text);
+    }
+}
+
+TEST(ConfigurationVersion, ValueThatIsNoWholeString_IsRefused) {
+    for (const wchar_t* value :
+         {L"", L" \"1\"", L":", L": ", L": 1", L": null", L": {\"a\": \"1\"}", L": [\"1\"]", L": x\"1\"", L": \"",
+          L": \"1", L": \"1\\", L": \"1\\\"", L": \"1\\u0031\"", L": \"1\\q\", \"b\": \"2\""}) {
+        EXPECT_EQ(WithVersion2007(std::wstring(L"{\"launcherVersion\"") + value), L"") << platform::EncodeUtf8(value);
+    }
+}
+
+/// The text may end at any unit: what is cut off before the string's end is refused, and never read past.
+TEST(ConfigurationVersion, TextCutAnywhere_IsReplacedOnlyWithAWholeString) {
+    const std::wstring text = L"{\"launcherVersion\" : \"1.\\\"\\\\0\", \"b\": 2}";
+    const std::size_t end = text.find(L"\", \"b\"") + 1;
+    for (std::size_t length = 0; length <= text.size(); ++length) {
+        const std::wstring cut = text.substr(0, length);
+        const std::wstring expected =
+            length < end ? std::wstring() : L"{\"launcherVersion\" : \"2.0.0.7\"" + cut.substr(end);
+        EXPECT_EQ(WithVersion2007(cut), expected) << length;
+    }
 }
 
 TEST(DottedVersion, HasFourNumbersUpTo65535) {
