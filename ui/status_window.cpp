@@ -2,7 +2,6 @@
 
 #include <shlwapi.h>
 
-#include "product/language.h"
 #include "product/locations.h"
 #include "ui/buttons.h"
 #include "ui/failure_view.h"
@@ -150,10 +149,11 @@ StatusWindow::~StatusWindow() {
     DestroyStatusWindow(*this);
 }
 
-bool CreateStatusWindow(StatusWindow& status, HINSTANCE instance, const std::wstring& currentVersion, int showCommand) {
+bool CreateStatusWindow(StatusWindow& status, HINSTANCE instance, const std::wstring& currentVersion, int showCommand,
+                        product::Language language) {
     status.instance = instance;
     status.ownerThreadId = GetCurrentThreadId();
-    status.model = MakeWindowModel(product::CurrentLanguage(), currentVersion);
+    status.model = MakeWindowModel(language, currentVersion);
     status.shown = ShownState();
     status.backgroundBrush.Reset(CreateSolidBrush(ToColorRef(colour::kBackground)));
     status.panelBrush.Reset(CreateSolidBrush(ToColorRef(colour::kPanel)));

@@ -16,6 +16,7 @@
 #include <string>
 
 #include "download/request.h"
+#include "product/language.h"
 #include "ui/gdi_handles.h"
 #include "ui/layout.h"
 #include "ui/notes_layout.h"
@@ -91,9 +92,9 @@ struct StatusWindow {
 
 /// Creates the window in its compact view, shows it as `showCommand` says and applies the stage `Checking`. False if
 /// the window or a button cannot be made; nothing is left then. What else is missing, a font, the icon or the dark
-/// frame, is done without. One window at a time.
+/// frame, is done without. One window at a time. It speaks the user's language unless told another.
 [[nodiscard]] bool CreateStatusWindow(StatusWindow& status, HINSTANCE instance, const std::wstring& currentVersion,
-                                      int showCommand);
+                                      int showCommand, product::Language language = product::CurrentLanguage());
 
 /// Ends the window and frees all that the record owns. Harmless without a window.
 void DestroyStatusWindow(StatusWindow& status);
