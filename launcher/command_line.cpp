@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "launcher/verification/command_table.h"
+
 namespace launcher_shell {
 namespace {
 
@@ -9,6 +11,24 @@ constexpr std::wstring_view kCheckForUpdates = L"--check-for-updates";
 constexpr std::wstring_view kSkipUpdateCheck = L"--skip-update-check";
 constexpr std::wstring_view kInstallLauncherUpdate = L"--install-launcher-update";
 constexpr std::size_t kReplacementValues = 4;
+
+const WorkflowCommand* FindWorkflowCommand(const std::wstring& argument) {
+    for (const WorkflowCommand& command : WorkflowCommands()) {
+        if (command.name == argument) return &command;
+    }
+    return nullptr;
+}
+
+void AddVerification(std::optional<WorkflowVerification>& verification, const WorkflowCommand& command,
+                     const std::wstring* values) {
+    using Effect = WorkflowCommand::Effect;
+    if (!verification) verification.emplace();
+    verification->manifest = values[0];
+    verification->writesResult = verification->writesResult || command.effect != Effect::launch;
+    verification->cancels = verification->cancels || command.effect == Effect::cancel;
+    verification->forcesCheck = verification->forcesCheck || command.effect == Effect::launch;
+    if (command.effect == Effect::crash) verification->crashMarker = values[1];
+}
 
 }  // namespace
 
@@ -25,6 +45,10 @@ CommandLine ReadCommandLine(const std::vector<std::wstring>& arguments) {
         } else if (argument == kInstallLauncherUpdate && arguments.size() - at > kReplacementValues) {
             line.replacement = {arguments[at + 1], arguments[at + 2], arguments[at + 3], arguments[at + 4]};
             at += kReplacementValues;
+        } else if (const WorkflowCommand* command = FindWorkflowCommand(argument);
+                   command != nullptr && arguments.size() - at > command->values) {
+            AddVerification(line.verification, *command, &arguments[at + 1]);
+            at += command->values;
         } else {
             line.forwardedArguments.push_back(argument);
         }

@@ -17,6 +17,15 @@ struct LauncherReplacement {
     std::wstring sha256;
 };
 
+/// A run of the update workflow under observation, as the switches of verification/command_table.h ask for it.
+struct WorkflowVerification {
+    std::wstring manifest;                    // of the last of these switches
+    bool writesResult = false;                // the run ends with a result file instead of the application's start
+    bool cancels = false;                     // as soon as bytes of a payload have come
+    std::optional<std::wstring> crashMarker;  // stands still for ever once the first file is replaced
+    bool forcesCheck = false;
+};
+
 struct CommandLine {
     bool checkForUpdates = false;
     bool skipUpdateCheck = false;
@@ -24,7 +33,8 @@ struct CommandLine {
     /// and must not make a new one, so this is known before the file is looked at.
     bool replacementMentioned = false;
     std::optional<LauncherReplacement> replacement;  // the last complete one
-    std::vector<std::wstring> forwardedArguments;    // for the application, in order
+    std::optional<WorkflowVerification> verification;
+    std::vector<std::wstring> forwardedArguments;  // for the application, in order
 };
 
 /// Reads the arguments behind the program's name. Switches are compared exactly. A switch whose values are not all

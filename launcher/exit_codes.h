@@ -1,7 +1,8 @@
 #pragma once
 
 /// Exit codes of a normal run. A failed start of the application exits with Windows' own error code instead; the mode
-/// that replaces the launcher (self_replacement.h) has codes of its own.
+/// that replaces the launcher (self_replacement.h) and the verification commands (verification/command_table.h) have
+/// codes of their own.
 
 namespace launcher_shell {
 

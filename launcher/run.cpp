@@ -17,6 +17,8 @@
 #include "launcher/self_replacement.h"
 #include "launcher/update_result.h"
 #include "launcher/update_worker.h"
+#include "launcher/verification/commands.h"
+#include "launcher/verification/verification_run.h"
 #include "launcher/window_bridge.h"
 #include "platform/text.h"
 #include "product/language.h"
@@ -31,7 +33,9 @@ struct Launch {
     std::wstring launcherPath;
     std::wstring launcherDirectory;
     std::wstring configurationPath;
+    std::vector<std::wstring> arguments;  // behind the program's name
     CommandLine commandLine;
+    std::optional<VerificationRun> verification;
     LauncherConfiguration configuration;
     ConfigurationStatus configurationStatus = ConfigurationStatus::missing;
     launcher_update::Result updateResult;
@@ -72,9 +76,15 @@ ExitWith SplitCommandLine(Launch& launch) {
     int count = 0;
     wchar_t** arguments = CommandLineToArgvW(GetCommandLineW(), &count);
     if (arguments == nullptr) return kGoOn;
-    if (count > 1) launch.commandLine = ReadCommandLine(std::vector<std::wstring>(arguments + 1, arguments + count));
+    if (count > 1) launch.arguments.assign(arguments + 1, arguments + count);
     LocalFree(arguments);
+    launch.commandLine = ReadCommandLine(launch.arguments);
     return kGoOn;
+}
+
+template <CommandTurn turn>
+ExitWith RunCommandAt(Launch& launch) {
+    return RunVerificationCommand(turn, launch.arguments, launch.launcherPath, launch.launcherDirectory);
 }
 
 ExitWith SettleUpdateFolder(Launch& launch) {
@@ -115,16 +125,24 @@ launcher_update::Settings BuildSettings(const LauncherConfiguration& configurati
     return settings;
 }
 
+/// A verification runs the real workflow unseen, whatever the settings say.
+ExitWith BeginVerification(Launch& launch) {
+    if (!launch.commandLine.verification) return kGoOn;
+    launch.verification.emplace(*launch.commandLine.verification, launch.launcherDirectory);
+    return launch.verification->ArgumentsAreGood() ? kGoOn : ExitWith(kSelfTestFailed);
+}
+
 bool WorkflowIsWanted(const Launch& launch) {
+    if (launch.verification) return true;
     return !launch.commandLine.skipUpdateCheck && launch.configurationStatus == ConfigurationStatus::read &&
            !launch.configuration.updateManifestUrl.empty();
 }
 
 /// A window that cannot be made is done without: the check goes on unseen, and asks with a plain message box.
 ExitWith OpenStatusWindow(Launch& launch) {
-    launch.useWindow =
-        WorkflowIsWanted(launch) && launcher_ui::CreateStatusWindow(launch.statusWindow, GetModuleHandleW(nullptr),
-                                                                    launch.configuration.productVersion, SW_SHOWNORMAL);
+    launch.useWindow = !launch.verification && WorkflowIsWanted(launch) &&
+                       launcher_ui::CreateStatusWindow(launch.statusWindow, GetModuleHandleW(nullptr),
+                                                       launch.configuration.productVersion, SW_SHOWNORMAL);
     return kGoOn;
 }
 
@@ -139,13 +157,24 @@ ExitWith RunUpdateWorkflow(Launch& launch) {
     if (!WorkflowIsWanted(launch)) return kGoOn;
     launcher_update::Settings settings = BuildSettings(launch.configuration);
     if (launch.useWindow) ConnectToWindow(settings, launch.statusWindow);
-    const auto work = [&launch, &settings] {
-        return launcher_update::CheckAndApply(launch.launcherDirectory, settings, launch.commandLine.checkForUpdates,
-                                              false, {});
+    if (launch.verification) launch.verification->Observe(settings);
+    const WorkflowVerification verification = launch.commandLine.verification.value_or(WorkflowVerification());
+    const bool forceCheck = launch.commandLine.checkForUpdates || verification.forcesCheck;
+    const auto work = [&] {
+        return launcher_update::CheckAndApply(launch.launcherDirectory, settings, forceCheck,
+                                              launch.verification.has_value(), verification.manifest);
     };
     launcher_ui::StatusWindow* window = launch.useWindow ? &launch.statusWindow : nullptr;
     if (!RunUpdateWorker(window, work, launch.updateResult)) NoteWorkerNotStarted(launch);
     return kGoOn;
+}
+
+/// Most verifications end here, with a result file and an exit code; one goes on as a normal run.
+ExitWith LeaveVerification(Launch& launch) {
+    if (!launch.verification) return kGoOn;
+    launch.verification->Judge(launch.updateResult);
+    if (!launch.commandLine.verification->writesResult) return kGoOn;
+    return launch.verification->Leave(launch.updateResult);
 }
 
 /// What stops a launch must be said, also by a run that went on without a window.
@@ -198,12 +227,15 @@ int RunLauncher() {
         DeclareDpiAwareness,
         FindOwnPath,
         SplitCommandLine,  // before the settings: a run that replaces the launcher must not make them anew
-        // here: the built-in verification commands
+        RunCommandAt<CommandTurn::first>,
         SettleUpdateFolder,  // before anything that an interrupted update may have left half done is read
         ReadConfiguration,
+        RunCommandAt<CommandTurn::afterSettings>,
         ReplaceTheLauncher,
+        BeginVerification,
         OpenStatusWindow,
         RunUpdateWorkflow,
+        LeaveVerification,
         ActOnResult,
         HideTheWindow,
         StartTheApplication,

@@ -254,6 +254,14 @@ const wchar_t* LanguageTag(Language language) {
     return kTags[static_cast<int>(language)];
 }
 
+std::optional<Language> LanguageOfTag(std::wstring_view tag) {
+    for (int number = 0; number < kLanguageCount; ++number) {
+        const auto language = static_cast<Language>(number);
+        if (platform::EqualsIgnoringCase(tag, LanguageTag(language))) return language;
+    }
+    return std::nullopt;
+}
+
 const wchar_t* TextIn(Language language, TextId id) {
     const auto row = static_cast<std::size_t>(id);
     if (row >= std::size(kRows)) return L"";

@@ -21,6 +21,7 @@
 /// | SpeedPrefix, value                                           | what `FormatSpeed` gives           |
 /// | RemainingPrefix, value, " s"                                 | whole seconds left                 |
 
+#include <optional>
 #include <string_view>
 
 namespace product {
@@ -114,6 +115,9 @@ static_assert(static_cast<unsigned>(TextId::ComparingSources) + 1 == kTextCount)
 
 /// "en", "zh-TW", "zh-CN", "ja" or "ko".
 [[nodiscard]] const wchar_t* LanguageTag(Language language);
+
+/// The language of such a tag, ignoring case.
+[[nodiscard]] std::optional<Language> LanguageOfTag(std::wstring_view tag);
 
 /// A static text, never null. A number beyond the last id gives an empty text. Two indexed reads; nothing is allocated.
 [[nodiscard]] const wchar_t* TextIn(Language language, TextId id);

@@ -437,7 +437,7 @@ def test_deep_folder(lab):
 
 
 def test_output_is_kept(lab):
-    assert lab.run(SAMPLE_APP, env={"VPR_SAMPLE_PRINT": "A_RESULT passed=1\n"}).output == "A_RESULT passed=1\n"
+    assert lab.run(SAMPLE_APP, env={"VPR_SAMPLE_PRINT": "A_RESULT passed=1\n"}).output == b"A_RESULT passed=1\n"
 
 
 def test_kill_ends_the_program_with_77(lab):
@@ -591,7 +591,7 @@ def test_hidden_attribute_is_the_one_windows_sees(lab):
     tree.hide("current.json")
     assert tree.is_hidden("current.json") and not tree.is_hidden("Velmora Pine Relay.exe")
     seen = lab.run(lab.drive / "windows/system32/cmd.exe", raw_command_line=f"cmd.exe /c dir /b {tree.windows()}")
-    assert "Velmora Pine Relay.exe" in seen.output and "current.json" not in seen.output
+    assert b"Velmora Pine Relay.exe" in seen.output and b"current.json" not in seen.output
 
 
 def test_release_is_served_with_its_digests(lab):

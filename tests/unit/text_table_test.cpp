@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <iterator>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -443,6 +444,30 @@ TEST(Language, TagsMatchTheFiveLanguages) {
     EXPECT_STREQ(LanguageTag(Language::simplifiedChinese), L"zh-CN");
     EXPECT_STREQ(LanguageTag(Language::japanese), L"ja");
     EXPECT_STREQ(LanguageTag(Language::korean), L"ko");
+}
+
+TEST(Language, EveryTag_NamesItsLanguageInAnyCase) {
+    constexpr std::pair<const wchar_t*, Language> kTags[] = {
+        {L"en", Language::english},
+        {L"EN", Language::english},
+        {L"eN", Language::english},
+        {L"zh-TW", Language::traditionalChinese},
+        {L"ZH-tw", Language::traditionalChinese},
+        {L"zh-CN", Language::simplifiedChinese},
+        {L"zh-cn", Language::simplifiedChinese},
+        {L"ja", Language::japanese},
+        {L"Ja", Language::japanese},
+        {L"ko", Language::korean},
+        {L"KO", Language::korean},
+    };
+    for (const auto& [tag, language] : kTags)
+        EXPECT_EQ(LanguageOfTag(tag), language) << platform::EncodeUtf8(tag);
+}
+
+TEST(Language, AnythingButATag_NamesNone) {
+    for (const wchar_t* text : {L"", L"e", L"eng", L"en-US", L"en ", L" en", L"zh", L"zh-", L"zh-HK", L"zh_TW",
+                                L"zh-TW-x", L"ja-JP", L"jp", L"kor", L"\x212Ao", L"\xFF45\xFF4E", L"english"})
+        EXPECT_EQ(LanguageOfTag(text), std::nullopt) << platform::EncodeUtf8(text);
 }
 
 TEST(TextTable, UnknownId_GivesAnEmptyText) {

@@ -24,8 +24,6 @@ constexpr wchar_t kFileSizeOrStaging[] = L"更新檔大小不符或無法寫入�
 constexpr wchar_t kFileDigestDiffers[] = L"更新檔的 SHA-256 驗證失敗。";
 constexpr wchar_t kPackageSizeOrStaging[] = L"資源包大小不符或無法寫入隔離暫存區。";
 constexpr wchar_t kPackageDigestDiffers[] = L"資源包的 SHA-256 驗證失敗。";
-constexpr std::uint64_t kComparisonDelayMs = 10000;
-constexpr std::uint64_t kComparisonWindowMs = 10000;
 
 launcher_download::Request BuildRequest(const std::wstring& url, std::uint64_t size, const std::wstring& sha256,
                                         const PayloadContext& context) {

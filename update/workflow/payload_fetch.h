@@ -12,6 +12,10 @@
 
 namespace launcher_update {
 
+/// When and for how long the engine measures a payload's source before it may look at the other one, in milliseconds.
+inline constexpr std::uint64_t kComparisonDelayMs = 10000;
+inline constexpr std::uint64_t kComparisonWindowMs = 10000;
+
 /// What a transfer is told about the run around it.
 struct PayloadContext {
     const Settings& settings;

@@ -97,7 +97,7 @@ class RunResult:
     answers_left: int
     app: AppReport | None  # None: no application was started
     requests: list  # what the servers received meanwhile
-    output: str  # standard output and error of the launcher
+    output: bytes  # standard output and error of the launcher
     events: list  # all that the driver told, raw
 
     @property
@@ -273,7 +273,7 @@ class LaunchHandle:
             answers_left=told["answers_left"],
             app=self._app_report(),
             requests=self._lab.servers.requests[self._first_request :],
-            output=output.read_text(encoding="utf-8", errors="replace") if output.exists() else "",
+            output=output.read_bytes() if output.exists() else b"",
             events=events,
         )
 

@@ -1,23 +1,14 @@
-/// print_texts: writes every text of the product side by side into one Markdown table, for people who read and
-/// translate.
-///
-///   print_texts <path>            writes the table; a file that is current already is left alone
-///   print_texts --check <path>    says whether the file is current, and where not; writes nothing
-///
-/// Exit code 0 when the file is (now) current, 1 when it is not, 2 for wrong arguments.
+#include "tools/print_documents/documents.h"
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
-#include <fstream>
 #include <iterator>
-#include <optional>
-#include <string>
 #include <string_view>
 
 #include "platform/text.h"
 #include "product/text_table.h"
 
+namespace print_documents {
 namespace {
 
 using product::kTextCount;
@@ -116,9 +107,9 @@ static_assert(kLanguages.size() == product::kLanguageCount);
 
 constexpr std::string_view kIntroduction = R"(# Texts
 
-Every text that a window shows. `./dev texts` makes this file from `product/text_table.cpp`; do not edit it by hand.
+Every text that a window shows. `./dev documents` makes this file from `product/text_table.cpp`; do not edit it by hand.
 
-To change a text, change its cell in `product/text_table.cpp`, then run `./dev texts` and `./dev test native`. A test
+To change a text, change its cell in `product/text_table.cpp`, then run `./dev documents` and `./dev test native`. A test
 fails while this file and the table differ, so that each change of wording is read here, side by side, before it goes
 out. `tests/unit/text_table_test.cpp` holds the whole English column, the wording that is fixed in the other languages,
 and the rules for all of them: punctuation, spaces, names, terms and script.
@@ -148,7 +139,9 @@ std::string Cell(std::wstring_view text) {
     return cell;
 }
 
-std::string Document() {
+}  // namespace
+
+std::string TextsDocument() {
     std::string text(kIntroduction);
     text += "| id | name |";
     for (const Language language : kLanguages) {
@@ -165,59 +158,4 @@ std::string Document() {
     return text;
 }
 
-std::optional<std::string> ReadAll(const char* path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) return std::nullopt;
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
-bool WriteAll(const char* path, const std::string& text) {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file << text;
-    file.close();
-    return file.good();
-}
-
-std::string_view TakeLine(std::string_view& rest) {
-    const std::string_view line = rest.substr(0, rest.find('\n'));
-    rest.remove_prefix(std::min(line.size() + 1, rest.size()));
-    return line;
-}
-
-/// Both texts differ.
-void PrintFirstDifference(const char* path, std::string_view found, std::string_view wanted) {
-    for (int number = 1;; ++number) {
-        const bool one_ends = found.empty() || wanted.empty();
-        const std::string is(TakeLine(found));
-        const std::string should(TakeLine(wanted));
-        if (is == should && !one_ends) continue;
-        std::fprintf(stderr, "%s:%d: not what the table says; run ./dev texts\n  is:     %s\n  should: %s\n", path,
-                     number, is.c_str(), should.c_str());
-        return;
-    }
-}
-
-int Check(const char* path) {
-    const std::string wanted = Document();
-    const std::optional<std::string> found = ReadAll(path);
-    if (found == wanted) return 0;
-    PrintFirstDifference(path, found.value_or(""), wanted);
-    return 1;
-}
-
-int Write(const char* path) {
-    const std::string wanted = Document();
-    if (ReadAll(path) == wanted) return 0;
-    if (WriteAll(path, wanted)) return 0;
-    std::fprintf(stderr, "%s: cannot be written\n", path);
-    return 1;
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-    if (argc == 2 && std::string_view(argv[1]).substr(0, 2) != "--") return Write(argv[1]);
-    if (argc == 3 && std::string_view(argv[1]) == "--check") return Check(argv[2]);
-    std::fprintf(stderr, "usage: print_texts [--check] <path>\n");
-    return 2;
-}
+}  // namespace print_documents
