@@ -107,8 +107,7 @@ constexpr Command kCommands[] = {
      "R2_INSTALL_RESULT outcome=N safe=0|1"},
     {CommandId::backupUpdate, L"--launcher-r2-update-self-test", kBackupUpdate, kNone, false, 1317, kUpdateCodes,
      "the whole workflow on a folder, in verification mode, with these two manifests",
-     "R2_UPDATE_RESULT outcome=N "
-     "safe=0|1"},
+     "R2_UPDATE_RESULT outcome=N safe=0|1"},
     {CommandId::downloadLoopback, L"--launcher-download-loopback-self-test", kLoopback, kNone, false, 1312,
      kLoopbackCodes, "one transfer from one source, plain http from 127.0.0.1 allowed",
      "DOWNLOAD_RESULT success=0|1 canceled=0|1 attempts=N http=N os=N; for each report DOWNLOAD_OBSERVATION phase=N "
