@@ -1,6 +1,7 @@
 """demo.py OUTPUT: runs inside the lab. Makes a release with the publishers' program, serves it under the production
 names, lets the shipped launcher update an installation, and shows what changed."""
 
+import hashlib
 import json
 import subprocess
 import sys
@@ -9,7 +10,7 @@ from pathlib import Path
 TOP = Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(TOP / "tests/e2e"))
 
-from lab import Lab, Reply, STATE, Screen, app_binary, install, names  # noqa: E402
+from lab import LAUNCHER, Lab, Reply, STATE, Screen, app_binary, install, names, with_file_version  # noqa: E402
 
 OUT = Path(sys.argv[1])
 OLD, NEW = "1.0.0.0", "1.1.0.0"
@@ -80,6 +81,25 @@ def show_changes(before, after):
             say(f"   {kind} {path}")
 
 
+def check_build(lab, tree):
+    manifest = lab.folder / "stable.json"
+    manifest.write_bytes((OUT / "release/stable.json").read_bytes())
+    for command in (["--launcher-update-production-manifest-self-test", lab.windows_path(manifest), "valid"],
+                    ["--launcher-download-contract-self-test"], ["--launcher-update-progress-model-self-test"]):
+        answer = lab.run(tree, command)
+        say(f"   {command[0]} -> {answer.exit_code} {answer.output.decode()}".rstrip())
+        assert answer.exit_code == 0
+
+
+def replace_launcher(lab, tree):
+    image = with_file_version(LAUNCHER.read_bytes(), "1.2.0.0")
+    program = tree.write("Velmora Pine Relay/Updater/Velmora Pine Relay.exe", image)
+    replaced = lab.run(program, ["--install-launcher-update", tree.windows("Velmora Pine Relay.exe"),
+                                 tree.windows("current.json"), "1.2.0.0", hashlib.sha256(image).hexdigest()])
+    say(f"   it left with {replaced.exit_code}; current.json says {tree.read_configuration()['launcherVersion']}")
+    assert replaced.exit_code == 0 and tree.launcher.read_bytes() == image
+
+
 def demo(lab):
     headline("a publisher makes release " + NEW)
     make_release()
@@ -103,6 +123,10 @@ def demo(lab):
     again = lab.run(tree, ["--check-for-updates"])
     show_run(again)
     assert result.app.version == again.app.version == NEW and len(again.requests) == 1
+    headline("the launcher checks the release and itself")
+    check_build(lab, tree)
+    headline("a newer launcher takes this one's place")
+    replace_launcher(lab, tree)
 
 
 def main():
