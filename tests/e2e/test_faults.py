@@ -34,7 +34,7 @@ OUTSIDE = (*STATE, PACKS, f"{PACKS}/*")
 SUPPORT = ("VPRAsioProbe.exe", "Licenses/GPL-3.0.txt")
 
 LOOK_EVERY_MS = 30
-PAIRS_IN = 1 if os.environ.get("VPR_SWEEP") == "whole" else 4  # which share of the pairs of ends is tried
+PAIRS_IN = 1 if os.environ.get("VPR_SWEEP") == "whole" else 8  # which share of the pairs of ends is tried
 
 # Calls that can stop half-way; for all others "torn" is the same as "not made".
 HAVE_HALVES = ("WriteFile", "CopyFileW", "fwrite")
