@@ -141,12 +141,18 @@ ExitWith MoveIntoPlace(Replacement& run) {
     return LeaveWithoutReplacement(run, kTargetStayedLocked);
 }
 
+/// What the next start would refuse to read is not written.
+bool IsReadableAsConfiguration(const std::wstring& text) {
+    return platform::EncodeUtf8(text).size() <= kMaxConfigurationBytes;
+}
+
 bool UpdateLauncherVersion(const std::wstring& configurationPath, const std::wstring& version) {
     std::string bytes;
     std::wstring text;
     std::wstring replaced;
     return launcher_update::ReadFileLimited(configurationPath, kMaxConfigurationBytes, bytes) &&
            launcher_update::DecodeUtf8Document(bytes, text) && ReplaceLauncherVersion(text, version, replaced) &&
+           IsReadableAsConfiguration(replaced) &&
            launcher_update::WriteLauncherFileAtomically(configurationPath, replaced);
 }
 

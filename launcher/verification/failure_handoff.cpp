@@ -1,8 +1,10 @@
 #include <windows.h>
 
-#include <optional>
+#include <iterator>
+#include <string>
 
 #include "launcher/update_result.h"
+#include "launcher/verification/command_window.h"
 #include "launcher/verification/output.h"
 #include "launcher/verification/window_commands.h"
 #include "product/language.h"
@@ -28,10 +30,8 @@ class Handoff {
   public:
     explicit Handoff(const std::wstring& pictureFolder) : folder_(pictureFolder) {}
 
-    bool Pass(product::Language language) {
-        if (!launcher_ui::CreateStatusWindow(status_, GetModuleHandleW(nullptr), L"", SW_SHOWNORMAL, language)) {
-            return false;
-        }
+    bool Pass(const std::wstring& language) {
+        if (!OpenCommandWindow(status_, language, L"")) return false;
         window_ = status_.window;
         return SpeedsAreSaidInBytes() && SilenceClearsSpeed() && FailedStageStaysInline() && SafeViewPassesBy() &&
                UnsafeViewBlocks() && CloseBoxEndsUnsafeView() && ResultsAreHandedOff();
@@ -178,10 +178,9 @@ std::wstring PictureFolder(const CommandRun& run) {
 }  // namespace
 
 int CheckFailureHandoff(const CommandRun& run) {
-    std::optional<product::Language> language;
-    if (!run.values.empty()) language = product::LanguageOfTag(run.values[0]);
+    const std::wstring language = run.values.empty() ? product::LanguageTag(product::CurrentLanguage()) : run.values[0];
     Handoff handoff(PictureFolder(run));
-    if (!handoff.Pass(language.value_or(product::CurrentLanguage()))) return kHandoffFailed;
+    if (!handoff.Pass(language)) return kHandoffFailed;
     WriteOutput(
         "LAUNCHER_FAILURE_HANDOFF_PASS safe_nonmodal=1 unsafe_blocked=1 inline_no_dialog=1 byte_units=1 "
         "stall_clears_speed=1\n");

@@ -3,6 +3,9 @@
 #include "launcher/verification/commands.h"
 #include "update/manifest/update_manifest.h"
 
+/// Commands that judge files of the update: schedule, notes, priority, the rules of manifests, sums of sizes.
+/// command_table.h tells what each takes; each returns the exit code of the process. Main thread.
+
 namespace launcher_shell {
 
 int CheckUpdateSchedule(const CommandRun& run);

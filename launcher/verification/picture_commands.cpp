@@ -1,9 +1,7 @@
 #include "launcher/verification/picture_commands.h"
 
-#include <windows.h>
-
+#include "launcher/verification/command_window.h"
 #include "launcher/verification/manifest_commands.h"
-#include "product/text_table.h"
 #include "ui/capture.h"
 #include "ui/status_window.h"
 #include "update/manifest/release_notes.h"
@@ -21,18 +19,13 @@ constexpr int kWindowFailed = 33;
 constexpr int kCaptureFailed = 34;
 constexpr int kBadArguments = 35;
 
-bool OpenWindow(StatusWindow& status, const std::wstring& language, const std::wstring& installedVersion) {
-    return launcher_ui::CreateStatusWindow(status, GetModuleHandleW(nullptr), installedVersion, SW_SHOWNORMAL,
-                                           product::LanguageOfTag(language).value_or(product::Language::english));
-}
-
 /// 0, or the exit code of what went wrong.
 int OpenPrompt(StatusWindow& status, const CommandRun& run, const std::wstring& installedVersion) {
     UpdateManifest manifest;
     if (!ReadManifestFile(run.values[0], true, manifest)) return kNotesUnreadable;
     const auto notes = launcher_update::SelectReleaseNotes(manifest, run.values[1]);
-    const bool shown =
-        OpenWindow(status, run.values[1], installedVersion) && launcher_ui::ShowPrompt(status, manifest.version, notes);
+    const bool shown = OpenCommandWindow(status, run.values[1], installedVersion) &&
+                       launcher_ui::ShowPrompt(status, manifest.version, notes);
     return shown ? 0 : kWindowFailed;
 }
 
@@ -64,7 +57,7 @@ int PictureProgress(const CommandRun& run) {
 
 int PictureRepair(const CommandRun& run) {
     StatusWindow status;
-    if (!OpenWindow(status, run.values[0], run.values[2])) return kCaptureFailed;
+    if (!OpenCommandWindow(status, run.values[0], run.values[2])) return kCaptureFailed;
     launcher_ui::ApplyStage(status, Stage::Repairing, run.values[2], 0, 0);
     return Picture(status, run.values[1]);
 }

@@ -2,6 +2,9 @@
 
 #include "launcher/verification/commands.h"
 
+/// Commands of the download engine: its parsers alone, and transfers against servers that the caller names.
+/// command_table.h tells what each takes; each returns the exit code of the process. Main thread.
+
 namespace launcher_shell {
 
 int CheckDownloadContract(const CommandRun& run);

@@ -3,12 +3,12 @@
 #include <windows.h>
 
 #include "launcher/update_worker.h"
+#include "launcher/verification/command_window.h"
 #include "launcher/verification/manifest_commands.h"
 #include "launcher/verification/output.h"
 #include "launcher/verification/progress_model_check.h"
 #include "launcher/verification/result_line.h"
 #include "launcher/window_bridge.h"
-#include "product/text_table.h"
 #include "ui/capture.h"
 #include "ui/progress_model.h"
 #include "ui/status_window.h"
@@ -25,11 +25,6 @@ constexpr int kOtherOrder = 36;
 constexpr int kModelFailed = 41;
 constexpr int kNotResponsive = 42;
 constexpr int kViewFailed = 43;
-
-/// The table has accepted the tag.
-product::Language LanguageIn(const std::wstring& tag) {
-    return product::LanguageOfTag(tag).value_or(product::Language::english);
-}
 
 // A check of files, reported far more often than anybody could see.
 
@@ -130,8 +125,7 @@ int CheckNotesOrder(const CommandRun& run) {
     launcher_update::UpdateManifest manifest;
     if (!ReadManifestFile(run.values[0], true, manifest)) return kOtherOrder;
     StatusWindow status;
-    if (!launcher_ui::CreateStatusWindow(status, GetModuleHandleW(nullptr), L"", SW_SHOWNORMAL,
-                                         LanguageIn(run.values[1])) ||
+    if (!OpenCommandWindow(status, run.values[1], L"") ||
         !launcher_ui::ShowPrompt(status, manifest.version,
                                  launcher_update::SelectReleaseNotes(manifest, run.values[1]))) {
         return kOtherOrder;
@@ -153,10 +147,7 @@ int CheckProgressModel(const CommandRun&) {
 
 int CheckVerificationProgress(const CommandRun& run) {
     StatusWindow status;
-    if (!launcher_ui::CreateStatusWindow(status, GetModuleHandleW(nullptr), L"", SW_SHOWNORMAL,
-                                         LanguageIn(run.values[0]))) {
-        return kViewFailed;
-    }
+    if (!OpenCommandWindow(status, run.values[0], L"")) return kViewFailed;
     const bool ran = WatchChecks(status);
     const int percent = status.model.progress.percent;
     const bool passed = ran && IsGoodView(status.counters, percent);

@@ -2,6 +2,9 @@
 
 #include "launcher/verification/commands.h"
 
+/// Commands that open the status window, or play events to its model, and look at what it comes to.
+/// command_table.h tells what each takes; each returns the exit code of the process. Main thread.
+
 namespace launcher_shell {
 
 int CheckFailureHandoff(const CommandRun& run);

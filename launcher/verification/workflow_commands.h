@@ -2,6 +2,9 @@
 
 #include "launcher/verification/commands.h"
 
+/// Commands that run the whole update workflow on a folder of the caller's.
+/// command_table.h tells what each takes; each returns the exit code of the process. Main thread.
+
 namespace launcher_shell {
 
 int InstallFromBackup(const CommandRun& run);

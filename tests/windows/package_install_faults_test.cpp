@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/text.h"
+#include "tests/support/call_faults.h"
 #include "tests/support/import_hook.h"
 #include "tests/support/package_fixture.h"
 #include "tests/support/report.h"
@@ -58,17 +59,8 @@ Names NamesIn(const std::wstring& folder) {
     return names;
 }
 
-/// What meets one run: the call with this number, or it and all behind it.
-struct Fault {
-    const char* name;
-    FaultKind kind;
-    bool fromThenOn;
-};
-constexpr Fault kFaults[] = {
-    {"one call fails", FaultKind::fail, false},
-    {"one call fails half done", FaultKind::failTorn, false},
-    {"all calls from there on fail", FaultKind::failTorn, true},
-};
+using Fault = test_support::CallFault;
+using test_support::kCallFaults;
 
 const PackageContent kContent = {{L"a.bin", "alpha"}, {L"empty", ""}, {L"sub/音.bin", "beta beta"}};
 const PackageContent kDamaged = {{L"a.bin", "ALPHA"}, {L"sub/other", "x"}};
@@ -180,7 +172,7 @@ class InstallFaults : public testing::TestWithParam<Installation> {};
 
 TEST_P(InstallFaults, AnyFailingCall_LeavesTheOldOrTheNewVersion_AndTheNextRunMakesItWhole) {
     const Installation& installation = GetParam();
-    for (const Fault& fault : kFaults) {
+    for (const Fault& fault : kCallFaults) {
         std::uint32_t at = 1;
         for (; at <= kMostCalls; ++at) {
             SCOPED_TRACE(std::string(installation.name) + ", " + fault.name + ", " + std::to_string(at));
@@ -251,7 +243,7 @@ struct ActivationScene {
 
 TEST(ActivationFaults, AnyFailingCall_LeavesTheWholeOldOrTheWholeNewState) {
     for (const bool hadState : {true, false}) {
-        for (const Fault& fault : kFaults) {
+        for (const Fault& fault : kCallFaults) {
             std::uint32_t at = 1;
             for (; at <= kMostCalls; ++at) {
                 SCOPED_TRACE(std::string(fault.name) + ", " + std::to_string(at) + (hadState ? ", replacing" : ""));
@@ -289,7 +281,7 @@ TEST(ActivationFaults, AnyFailingCall_LeavesTheWholeOldOrTheWholeNewState) {
 // --- Pruning
 
 TEST(PruningFaults, AnyFailingCall_NamesItsVersion_AndLeavesTheKeptOnesWhole) {
-    for (const Fault& fault : kFaults) {
+    for (const Fault& fault : kCallFaults) {
         std::uint32_t at = 1;
         for (; at <= kMostCalls; ++at) {
             SCOPED_TRACE(std::string(fault.name) + ", " + std::to_string(at));

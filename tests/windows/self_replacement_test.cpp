@@ -16,6 +16,7 @@
 
 #include "platform/text.h"
 #include "platform/unique_handle.h"
+#include "tests/support/call_faults.h"
 #include "tests/support/import_hook.h"
 #include "tests/support/package_fixture.h"
 #include "tests/support/stand_in.h"
@@ -757,6 +758,21 @@ TEST(SelfReplacement, SettingsWithoutAVersionToReplace_ExitWith47) {
     ExpectTakenBack(keyless);
 }
 
+/// The next start reads no more than 65536 bytes, and a launcher that refuses its own settings is lost.
+TEST(SelfReplacement, SettingsThatWouldGrowTooLarge_ExitWith47) {
+    const std::string shortVersion = SettingsWith("\"1\"");
+    const std::size_t room = 65536 - NewSettings().size();
+    {
+        Scene fits;
+        fits.PutSettings(shortVersion + std::string(room, ' '));
+        EXPECT_EQ(fits.Run(), 0);
+        EXPECT_EQ(ReadWholeFile(fits.settings), NewSettings() + std::string(room, ' '));
+    }
+    Scene tooLarge;
+    tooLarge.PutSettings(shortVersion + std::string(room + 1, ' '));
+    ExpectTakenBack(tooLarge);
+}
+
 TEST(SelfReplacement, SettingsThatCannotBeReplaced_ExitWith47) {
     Scene refused;
     refused.refusal = [](const Move& move) -> DWORD {
@@ -837,16 +853,8 @@ TEST(SelfReplacement, AfterAFailure_TheNextRunReplaces) {
 
 // --- Every call that changes the disk fails
 
-struct Fault {
-    const char* name;
-    FaultKind kind;
-    bool fromThenOn;
-};
-constexpr Fault kFaults[] = {
-    {"one call fails", FaultKind::fail, false},
-    {"one call fails half done", FaultKind::failTorn, false},
-    {"all calls from there on fail", FaultKind::failTorn, true},
-};
+using Fault = test_support::CallFault;
+using test_support::kCallFaults;
 constexpr std::uint32_t kMostCalls = 100;  // far above what a replacement needs
 
 /// One run with one fault.
@@ -908,7 +916,7 @@ void ExpectTrue(const Scene& scene, const Fault& fault, std::uint32_t at, const 
 }
 
 void ExpectSound(const std::string& settings, bool recordable, std::uint32_t leastCalls) {
-    for (const Fault& fault : kFaults) {
+    for (const Fault& fault : kCallFaults) {
         std::uint32_t at = 1;
         for (; at <= kMostCalls; ++at) {
             SCOPED_TRACE(std::string(fault.name) + ", " + std::to_string(at));
