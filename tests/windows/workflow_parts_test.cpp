@@ -144,7 +144,7 @@ TEST_F(VerifiedFile, FileThatStandsAlready_IsNotOverwritten) {
     EXPECT_EQ(verifying, 0);
 }
 
-TEST(RecordedVersion, NeedsAFileOfAtMost65536Bytes) {
+TEST(RecordedVersion, NeedsAFileOfAtMost65536BytesBeforeAndAfter) {
     const TemporaryDirectory folder;
     const std::wstring path = folder / L"current.json";
     EXPECT_FALSE(WriteProductVersion(folder.Path(), L"1.1.0.0"));
@@ -155,7 +155,10 @@ TEST(RecordedVersion, NeedsAFileOfAtMost65536Bytes) {
     EXPECT_EQ(ReadWholeFile(path), longest + " ");
     WriteWholeFile(path, longest);
     EXPECT_TRUE(WriteProductVersion(folder.Path(), L"1.1.0.0"));
-    EXPECT_EQ(ReadWholeFile(path), "{ \"productVersion\": \"1.1.0.0\" }\r\n" + std::string(65536 - text.size(), ' '));
+    const std::string recorded = "{ \"productVersion\": \"1.1.0.0\" }\r\n" + std::string(65536 - text.size(), ' ');
+    EXPECT_EQ(ReadWholeFile(path), recorded);
+    EXPECT_FALSE(WriteProductVersion(folder.Path(), L"1.10.0.0")) << "one byte more than the next start reads";
+    EXPECT_EQ(ReadWholeFile(path), recorded);
     WriteWholeFile(path, "\xEF\xBB\xBF" + text);
     EXPECT_TRUE(WriteProductVersion(folder.Path(), L"1.1.0.0"));
     WriteWholeFile(path, text + "\xFF");

@@ -18,7 +18,8 @@ bool WriteProductVersion(const std::wstring& root, std::wstring_view version) {
     std::wstring text;
     std::wstring replaced;
     return ReadFileLimited(path, kMaxSettingsBytes, bytes) && DecodeUtf8Document(bytes, text) &&
-           ReplaceProductVersion(text, version, replaced) && WriteTextDurable(path, replaced);
+           ReplaceProductVersion(text, version, replaced) && EncodeUtf8(replaced).size() <= kMaxSettingsBytes &&
+           WriteTextDurable(path, replaced);
 }
 
 }  // namespace launcher_update
