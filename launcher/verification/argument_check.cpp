@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include "update/files/attributes.h"
+
 namespace launcher_shell {
 
 bool AcceptValue(const Argument& argument, const std::wstring& value) {

@@ -249,6 +249,10 @@ bool AcceptText(const Argument& argument, std::wstring_view value) {
     }
 }
 
+std::uint64_t NumberIn(std::wstring_view value) {
+    return launcher_download::ParseDecimal(value).value_or(0);
+}
+
 bool BeginsWithDrive(std::wstring_view path) {
     if (path.size() < 3 || path[1] != L':' || (path[2] != L'\\' && path[2] != L'/')) return false;
     const wchar_t drive = platform::ToLowerUnit(path[0]);

@@ -97,6 +97,9 @@ struct Command {
 
 [[nodiscard]] bool AcceptText(const Argument& argument, std::wstring_view value);
 
+/// The value of a text that was accepted as a number.
+[[nodiscard]] std::uint64_t NumberIn(std::wstring_view value);
+
 /// What Windows says about a path.
 struct PathArgument {
     std::uint32_t driveType = 0;  // of `GetDriveTypeW`

@@ -2,8 +2,9 @@
 
 #include <iterator>
 
-#include "download/http_rules.h"
 #include "launcher/verification/argument_check.h"
+#include "launcher/verification/command_run.h"
+#include "launcher/verification/command_table.h"
 #include "launcher/verification/manifest_commands.h"
 #include "launcher/verification/picture_commands.h"
 #include "launcher/verification/run_commands.h"
@@ -65,10 +66,6 @@ std::optional<int> RunVerificationCommand(CommandTurn turn, std::span<const std:
     const std::span<const std::wstring> values = arguments.subspan(1);
     if (!AcceptValues(*command, values)) return command->badArguments;
     return kRunners[static_cast<std::size_t>(command->id)].run({values, launcherPath, launcherDirectory});
-}
-
-std::uint64_t NumberIn(const std::wstring& value) {
-    return launcher_download::ParseDecimal(value).value_or(0);
 }
 
 }  // namespace launcher_shell

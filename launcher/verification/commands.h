@@ -6,16 +6,7 @@
 #include <span>
 #include <string>
 
-#include "launcher/verification/command_table.h"
-
 namespace launcher_shell {
-
-/// What a command works with.
-struct CommandRun {
-    std::span<const std::wstring> values;  // behind the command's name, checked against the table
-    std::wstring launcherPath;
-    std::wstring launcherDirectory;
-};
 
 /// When in a run a command has its turn.
 enum class CommandTurn {
@@ -28,8 +19,5 @@ enum class CommandTurn {
 [[nodiscard]] std::optional<int> RunVerificationCommand(CommandTurn turn, std::span<const std::wstring> arguments,
                                                         const std::wstring& launcherPath,
                                                         const std::wstring& launcherDirectory);
-
-/// A value that the table has accepted as a number.
-[[nodiscard]] std::uint64_t NumberIn(const std::wstring& value);
 
 }  // namespace launcher_shell

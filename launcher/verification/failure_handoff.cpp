@@ -11,6 +11,7 @@
 #include "ui/capture.h"
 #include "ui/failure_view.h"
 #include "ui/status_window.h"
+#include "update/files/attributes.h"
 
 namespace launcher_shell {
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "launcher/verification/command_table.h"
 #include "product/text_table.h"
 #include "ui/notes_layout.h"
 #include "update/files/file_io.h"

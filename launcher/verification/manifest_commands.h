@@ -1,6 +1,6 @@
 #pragma once
 
-#include "launcher/verification/commands.h"
+#include "launcher/verification/command_run.h"
 #include "update/manifest/update_manifest.h"
 
 /// Commands that judge files of the update: schedule, notes, priority, the rules of manifests, sums of sizes.

@@ -1,5 +1,6 @@
 #include "launcher/verification/picture_commands.h"
 
+#include "launcher/verification/command_table.h"
 #include "launcher/verification/command_window.h"
 #include "launcher/verification/manifest_commands.h"
 #include "ui/capture.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "launcher/verification/commands.h"
+#include "launcher/verification/command_run.h"
 
 /// Commands that leave a picture of one view in a new bitmap file.
 /// command_table.h tells what each takes; each returns the exit code of the process. Main thread.

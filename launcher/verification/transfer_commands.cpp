@@ -11,6 +11,7 @@
 #include "download/mirror.h"
 #include "download/speed.h"
 #include "download/transfer.h"
+#include "launcher/verification/command_table.h"
 #include "launcher/verification/output.h"
 #include "launcher/verification/result_line.h"
 #include "update/workflow/payload_fetch.h"

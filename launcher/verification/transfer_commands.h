@@ -1,6 +1,6 @@
 #pragma once
 
-#include "launcher/verification/commands.h"
+#include "launcher/verification/command_run.h"
 
 /// Commands of the download engine: its parsers alone, and transfers against servers that the caller names.
 /// command_table.h tells what each takes; each returns the exit code of the process. Main thread.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "launcher/verification/commands.h"
+#include "launcher/verification/command_run.h"
 
 /// Commands that open the status window, or play events to its model, and look at what it comes to.
 /// command_table.h tells what each takes; each returns the exit code of the process. Main thread.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "launcher/verification/commands.h"
+#include "launcher/verification/command_run.h"
 
 /// Commands that run the whole update workflow on a folder of the caller's.
 /// command_table.h tells what each takes; each returns the exit code of the process. Main thread.
