@@ -7,6 +7,7 @@ import pytest
 from lab import Lab, LabError, install
 
 OUTCOME = pytest.StashKey()
+JOIN_SECONDS = 10
 
 
 @pytest.hookimpl(hookwrapper=True)
@@ -25,7 +26,10 @@ def whole_lab():
         pytest.fail(str(problem), pytrace=False)
     yield lab
     lab.close()
-    left = [thread.name for thread in threading.enumerate() if thread is not threading.main_thread()]
+    others = [thread for thread in threading.enumerate() if thread is not threading.main_thread()]
+    for thread in others:
+        thread.join(JOIN_SECONDS)  # one that has just signed off is on its way out
+    left = [thread.name for thread in others if thread.is_alive()]
     assert not left, f"threads of the lab still run: {left}"
 
 

@@ -13,7 +13,8 @@ from lab.transfer import SOLO_SIZE, Solo, finish_transfers, start_transfers
 SIZE = SOLO_SIZE
 SOME = 50_000
 MORNING, NOON = 1_700_000_000, 1_700_020_000  # times of files
-SLOW = "limit_rate 200k; output_buffers 1 8k;"
+# Quick up to where the tests look, and then too slow for the rest to come before they are done.
+SLOW = "limit_rate_after 60k; limit_rate 20k; output_buffers 1 8k;"
 CANNOT_CONNECT = 12029
 
 

@@ -25,6 +25,8 @@ TAG, OLD_TAG = '"one"', '"old"'
 FRESH = (None, None)  # a request without Range and If-Range
 
 TIMEOUT, NO_SUCH_NAME, CANNOT_CONNECT = 12002, 12007, 12029
+TRIES = 8
+CLOCK_STEP = 0.05  # seconds that a program's clock may lie behind this one
 DISK_FULL = 112
 
 
@@ -213,7 +215,7 @@ def test_cut_anywhere_costs_an_attempt_and_no_byte(lab):
 
 def test_process_that_is_ended_in_the_middle_of_a_body(lab):
     solo = Solo(lab)
-    solo.serve(solo.reply(throttle=200_000), solo.reply())
+    solo.serve(solo.reply(throttle=200_000, stall_at=SIZE - 50_000), solo.reply())  # it cannot end before its process
     run, _ = start_transfers(lab, solo.errand())
     solo.wait_for_part(HALF)
     run.kill()
@@ -439,7 +441,7 @@ def test_entity_that_changes(lab):
 
     def between_runs(name):
         solo = Changing(lab, name)
-        solo.serve(solo.old.but(throttle=100_000), solo.reply())
+        solo.serve(solo.old.but(throttle=40_000), solo.reply())
         assert solo.fetch("--cancel-bytes", 50_000).canceled
         length = len(solo.part)
         assert length >= 50_000 and solo.part == solo.old.body.slice(0, length)
@@ -726,8 +728,12 @@ def test_passing_trouble_is_waited_out(lab):
 
 
 def moment(seconds):
-    """A moment so many seconds ahead, rounded up, in the three ways that HTTP writes it."""
-    due = int(time.time()) + seconds + 1
+    """A moment so many seconds ahead, rounded up."""
+    return in_words(int(time.time()) + seconds + 1)
+
+
+def in_words(due):
+    """The whole second in the three ways that HTTP writes it."""
     fields = time.gmtime(due)
     return (
         email.utils.formatdate(due, usegmt=True),
@@ -741,26 +747,40 @@ def later(value):
 
 
 def test_server_says_when_to_come_back(lab):
-    """The engine's own waits would be one and two seconds."""
+    """The engine's own waits would be one and two seconds. A busy machine only makes a pause longer, so that the
+    shortest of some tells what was meant."""
+    def shortest(solo, replies, attempts, measure, enough):
+        measured = []
+        while len(measured) < TRIES and min(measured, default=enough) >= enough:
+            one = Solo(lab, f"{solo.payload.name}-{len(measured)}")
+            one.serve(*replies, one.reply())
+            assert_complete(one, one.fetch(), attempts)
+            measured.append(measure(one.pauses))
+        return min(measured)
+
     def at_once(solo, value):
-        solo.serve(later(value), later(value), solo.reply())
-        assert_complete(solo, solo.fetch(), attempts=3)
-        assert sum(solo.pauses) < 2
+        assert shortest(solo, [later(value), later(value)], 3, sum, 2) < 2
 
     def shorter(solo, value):
-        solo.serve(later("0"), later(value), solo.reply())
-        assert_complete(solo, solo.fetch(), attempts=3)
-        assert 0.9 <= solo.pauses[1] < 1.9
+        assert 0.9 <= shortest(solo, [later("0"), later(value)], 3, lambda pauses: pauses[1], 1.9) < 1.9
 
     def longer(solo, value):
-        solo.serve(later(value), solo.reply())
-        assert_complete(solo, solo.fetch(), attempts=2)
-        assert 1.9 <= solo.pauses[0] < 2.9
+        assert 1.9 <= shortest(solo, [later(value)], 2, lambda pauses: pauses[0], 2.9) < 2.9
 
     def date(solo, form):
-        solo.serve(lambda request: solo.reply() if len(solo.requests) > 1 else later(moment(2)[form]))
+        """By the clock that the date means: how long ago it was said is nobody's business."""
+        due, arrived = [], []
+
+        def answer(request):
+            arrived.append(time.time())
+            if due:
+                return solo.reply()
+            due.append(int(arrived[0]) + 3)
+            return later(in_words(due[0])[form])
+
+        solo.serve(answer)
         assert_complete(solo, solo.fetch(), attempts=2)
-        assert 1.9 <= solo.pauses[0] < 5
+        assert due[0] - CLOCK_STEP <= arrived[1] < due[0] + 5
 
     past = ("Sun, 06 Nov 1994 08:49:37 GMT", "Sunday, 06-Nov-94 08:49:37 GMT", "Sun Nov  6 08:49:37 1994")
     stories = {f"date {form}": (date, form) for form in range(3)}
@@ -919,7 +939,7 @@ def test_cancel_in_any_phase_loses_nothing(lab):
         return HALF
 
     def in_the_body(solo):
-        solo.serve(solo.reply(throttle=50_000), solo.reply())
+        solo.serve(solo.reply(throttle=20_000), solo.reply())
         assert_cancelled(solo, solo.fetch("--cancel-bytes", HALF + 20_000))
         assert HALF + 20_000 <= len(solo.part) < SIZE
         return len(solo.part)

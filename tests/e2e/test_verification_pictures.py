@@ -583,7 +583,7 @@ def test_commands_end_alike_whoever_listens(bench, kind):
                               stderr=subprocess.DEVNULL, **OUTPUTS[kind])
         for key, args in commands.items()
     }
-    told = {key: process.communicate(timeout=60)[0] for key, process in started.items()}
+    told = {key: process.communicate(timeout=180)[0] for key, process in started.items()}
     assert {key: process.returncode for key, process in started.items()} == {
         "model": 0, "contract": 0, "handoff": 0, "refused": 35,
     }

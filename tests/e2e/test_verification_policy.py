@@ -623,7 +623,7 @@ def test_holder_takes_any_text_for_its_time(lab):
     trees = {text: install(lab, f"holder {number}", configuration=False) for number, text in enumerate(least)}
 
     def hold(text):
-        answer = call(lab, trees[text], HOLD, text, timeout=40)
+        answer = call(lab, trees[text], HOLD, text)
         return answer, time.time() - trees[text].configuration.stat().st_mtime
 
     for text, (answer, seconds) in zip(least, together(hold, least)):

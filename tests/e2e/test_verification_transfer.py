@@ -3,12 +3,13 @@
 import dataclasses
 import itertools
 import re
+import time
 
 import pytest
 
 from lab import APPLICATION_PATH, Reply, SyntheticBody, html, install, names, redirect, update
 from lab.commands import LOOPBACK, loopback_server, tell, told
-from lab.transfer import Payload, together
+from lab.transfer import Payload, together, wait_until
 
 LOOPBACK_TRANSFER = "--launcher-download-loopback-self-test"
 MIRROR = "--launcher-download-mirror-self-test"
@@ -160,8 +161,11 @@ class Download:
         words = [self.url, str(self.size), self.sha256, self.lab.windows_path(self.cache), str(self.cancel_at)]
         return self.lab.start(self.lab.tree, [LOOPBACK_TRANSFER, *words])
 
-    def fetch(self):
-        return read_download(told(self.start()), self.size)
+    def fetch(self, end=None):
+        run = self.start()
+        if end:
+            end.let_go(self.cache)
+        return read_download(told(run), self.size)
 
     @property
     def requests(self):
@@ -251,17 +255,32 @@ def test_speed_is_told_once_it_is_known(lab):
     assert -1.0 not in rates[rates.index(known[0]) :]
 
 
-# The last byte comes long after all others, so that it has a report of its own.
-LATE_END = {"stall_for": 1, "after_stall": "continue"}
+REPORT_SECONDS = 0.25  # the least time between two reports of one body
+
+
+class LateEnd:
+    """Bytes that come so long after the others that they have a report of their own, however late the others were
+    read. `held` are changes of the reply that is to end late."""
+
+    def __init__(self, lab):
+        self._gate = lab.gate()
+        self.held = {"stall_for": self._gate, "after_stall": "continue"}
+
+    def let_go(self, cache):
+        """`cache` is the folder of the transfer, whose trace tells that the body has begun."""
+        trace = cache / "download-trace.jsonl"
+        wait_until(lambda: trace.exists() and b'"headers-accepted"' in trace.read_bytes(), f"a body below {cache}")
+        time.sleep(2 * REPORT_SECONDS)  # the clock of a report is coarse
+        self._gate.release()
 
 
 def test_transfer_is_cancelled_where_it_was_told_to(lab):
     def check(case):
         cancel_at, cancelled = case
-        download = Download(lab)
-        download.serve(download.honest.but(stall_at=download.size - 1, **LATE_END))
+        download, end = Download(lab), LateEnd(lab)
+        download.serve(download.honest.but(stall_at=download.size - 1, **end.held))
         download.cancel_at = cancel_at
-        report = download.fetch()
+        report = download.fetch(end)
         assert report.result.canceled == cancelled
         assert report.code == (CANCELLED if cancelled else 0)
         if not cancelled:
@@ -278,10 +297,10 @@ def test_transfer_is_cancelled_where_it_was_told_to(lab):
 
 
 def test_cancelled_transfer_goes_on_with_the_next_run(lab):
-    download = Download(lab)
-    download.serve(download.honest.but(stall_at=40_000, **LATE_END), download.honest)
+    download, end = Download(lab), LateEnd(lab)
+    download.serve(download.honest.but(stall_at=40_000, cut_at=50_000, **end.held), download.honest)
     download.cancel_at = 20_000
-    assert download.fetch().code == CANCELLED
+    assert download.fetch(end).code == CANCELLED
     kept = len(download.part)
     assert 20_000 <= kept < download.size
     download.cancel_at = 0
@@ -428,11 +447,14 @@ class Mirrored:
         self.payload.publish(self.lab, *(replies or [self.honest(source)]), source=source)
         return self
 
-    def run(self, backup=None):
+    def start(self, backup=None):
         backup = self.payload.url("backup") if backup is None else backup
         words = [self.payload.url(), backup, str(self.size), self.payload.sha256,
                  self.lab.windows_path(self.cache), str(self.cancel_at), str(self.window)]
-        return tell(self.lab, self.lab.tree, MIRROR, *words)
+        return self.lab.start(self.lab.tree, [MIRROR, *words])
+
+    def run(self, backup=None):
+        return told(self.start(backup))
 
     def fetch(self, backup=None):
         return read_mirror(self.run(backup), self.size)
@@ -518,8 +540,11 @@ def test_cancel_holds_at_either_source(lab):
         mirrored.cancel_at = 30_000
         if source == "backup":
             mirrored.serve("primary", Reply(404))
-        mirrored.serve(source, mirrored.honest(source).but(stall_at=mirrored.size - 1, **LATE_END))
-        report = mirrored.fetch()
+        end = LateEnd(lab)
+        mirrored.serve(source, mirrored.honest(source).but(stall_at=mirrored.size - 1, **end.held))
+        run = mirrored.start()
+        end.let_go(mirrored.cache / mirrored.FOLDERS[source])
+        report = read_mirror(told(run), mirrored.size)
         assert (report.code, report.result.canceled, report.result.http) == (CANCELLED, 1, 200)
         assert report.seen[-1].phase == STOPPED and report.seen[-1].bytes >= 30_000
         assert report.seen[-1].backup == (source == "backup")
@@ -607,11 +632,14 @@ class Session:
         self.payloads[file].publish(self.lab, reply or self.payloads[file].reply(etag=f'"{source}"'), source=source)
         return self
 
-    def fetch(self):
-        """Exit code and fields of each line."""
+    def fetch(self, end=None, file=0):
+        """Exit code and fields of each line. `end` is that of a file from the primary."""
         urls = [payload.url(source) for payload in self.payloads for source in names.SOURCES]
-        done = tell(self.lab, self.lab.tree, SESSION, *urls, str(self.size), self.payloads[0].sha256,
-                    self.lab.windows_path(self.cache), str(self.cancel_at))
+        run = self.lab.start(self.lab.tree, [SESSION, *urls, str(self.size), self.payloads[0].sha256,
+                                             self.lab.windows_path(self.cache), str(self.cancel_at)])
+        if end:
+            end.let_go(self.cache / f"payload-{file}/github")
+        done = told(run)
         lines = read_lines(done.output)
         assert {line.word for line in lines} == {"SESSION_RESULT"}
         return done.code, [tuple(line.fields.values()) for line in lines]
@@ -663,12 +691,12 @@ def test_measured_backup_comes_first_for_both_files(lab):
 def test_session_ends_with_the_first_file_that_fails(lab):
     first = Session(lab).serve(0, "primary", Reply(404)).serve(0, "backup", Reply(404))
     second = Session(lab).serve(1, "primary", Reply(404)).serve(1, "backup", Reply(404))
-    cancelled = Session(lab)
+    cancelled, end = Session(lab), LateEnd(lab)
     for source in names.SOURCES:
-        slow = cancelled.payloads[0].reply(etag=f'"{source}"').but(stall_at=59_999, **LATE_END)
+        slow = cancelled.payloads[0].reply(etag=f'"{source}"').but(stall_at=59_999, **end.held)
         cancelled.serve(0, source, slow)
     cancelled.cancel_at = 30_000
-    done = together(Session.fetch, [first, second, cancelled])
+    done = together(lambda session: session.fetch(end if session is cancelled else None), [first, second, cancelled])
     assert done == [
         (FAILED, [(0, 0, 0, 0)]),
         (FAILED, [(*ONE, 1), (1, 0, 0, 1)]),
@@ -691,11 +719,12 @@ def test_cancel_reaches_the_second_file_too(lab):
     """The first one lies in the cache, where nothing is received and so nothing cancelled."""
     session = Session(lab).serve(1, "primary", Reply(404)).serve(1, "backup", Reply(404))
     assert session.fetch()[0] == FAILED
+    end = LateEnd(lab)
     for source in names.SOURCES:
-        slow = session.payloads[1].reply(etag=f'"{source}"').but(stall_at=59_999, **LATE_END)
+        slow = session.payloads[1].reply(etag=f'"{source}"').but(stall_at=59_999, **end.held)
         session.serve(1, source, slow)
     session.cancel_at = 30_000
-    assert session.fetch() == (CANCELLED, [(*ONE, 0), (1, 0, 1, 0)])
+    assert session.fetch(end, file=1) == (CANCELLED, [(*ONE, 0), (1, 0, 1, 0)])
 
 
 # Whole updates of another folder.

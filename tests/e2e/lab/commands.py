@@ -17,7 +17,7 @@ class Answer:
     output: bytes  # standard output, exactly
 
 
-def call(lab, program, *words, cwd=None, env=None, timeout=60):
+def call(lab, program, *words, cwd=None, env=None, timeout=180):
     """Runs a program without the driver, which costs more than a short command itself. Linux sees the low 8 bits of the
     exit code only; `told` gives all of it. `cwd` is a folder of drive C:."""
     program = program.launcher if isinstance(program, Tree) else program

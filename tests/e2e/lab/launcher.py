@@ -58,6 +58,7 @@ class Window:
         self.inside = event["inside"]  # the same without the frame
         self.controls = event["controls"]
         self.ms = event["ms"]
+        self.look_before_ms = event["look_before_ms"]  # when this was not to be seen yet
         self.answer = event.get("answer")  # of those that wanted one: the script's word, or "none"
         self.expected = event.get("expected", True)
 
@@ -171,7 +172,7 @@ class LaunchHandle:
 
         return self._await(find, timeout, f"a window in the view {view!r}")
 
-    def wait_for_no_window(self, timeout=10):
+    def wait_for_no_window(self, timeout=30):
         """Until a window that was seen is gone or hidden, and no other is there."""
         def find():
             return next((event for event in self.events() if event["event"] == "no window"), None)
@@ -219,7 +220,7 @@ class LaunchHandle:
             done = [event for event in self.events() if event["event"] == "control"]
             return done[before] if len(done) > before else None
 
-        if not self._await(find, 10, f"the driver to obey {line!r}")["done"]:
+        if not self._await(find, 30, f"the driver to obey {line!r}")["done"]:
             raise LabError(f"no open window could take {line!r}:\n{self.events()[-3:]}")
 
     def _await(self, find, timeout, what):

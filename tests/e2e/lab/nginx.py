@@ -12,8 +12,8 @@ from .server import HTTPS_PORT, LabError
 
 # Unpacked there, never installed: this machine knows no service of that name.
 PROGRAM = programs.TOP / "build/packages/nginx/usr/sbin/nginx"
-START_SECONDS = 10
-STOP_SECONDS = 10
+START_SECONDS = 30
+STOP_SECONDS = 30
 POLL_SECONDS = 0.01
 
 # One process, which gives its rights to no other user: within a user namespace there is none.
@@ -120,7 +120,7 @@ class Nginx:
         self.stop()
         self.start(directives, secure)
 
-    def served(self, count, timeout=10):
+    def served(self, count, timeout=30):
         """The answers so far, once there are so many; exactly so many."""
         log = self.folder / "access.log"
 
@@ -135,7 +135,7 @@ class Nginx:
 
     def _listens(self):
         try:
-            socket.create_connection((names.ADDRESSES[names.NGINX], HTTPS_PORT), timeout=1).close()
+            socket.create_connection((names.ADDRESSES[names.NGINX], HTTPS_PORT), timeout=10).close()
             return True
         except ConnectionRefusedError:
             return False

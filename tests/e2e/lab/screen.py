@@ -2,11 +2,13 @@
 
 import os
 import subprocess
+import time
 
 from .launcher import BUTTONS
 from .server import LabError
 
 BAR = 1006
+PAINTED_SECONDS = 10
 
 
 class Screen:
@@ -39,8 +41,15 @@ class Screen:
         self._run("import", "-window", "root", "-crop", area, "+repage", str(path))
         return path
 
-    def colour_of_bar(self, window, picture):
-        """The colour in the middle of the window's bar, as "rrggbb"."""
+    def await_bar(self, name, window, colour):
+        """Takes a picture, again and again until the middle of the window's bar has that colour ("rrggbb"): the window
+        is told of before it is painted."""
+        deadline = time.monotonic() + PAINTED_SECONDS
+        while (found := self._colour_of_bar(window, self.take_picture(name, window))) != colour:
+            if time.monotonic() > deadline:
+                raise LabError(f"the bar is {found} instead of {colour}")
+
+    def _colour_of_bar(self, window, picture):
         left, top, right, bottom = next(control["place"] for control in window.controls if control["id"] == BAR)
         x, y = (left + right) // 2 - window.inside[0], (top + bottom) // 2 - window.inside[1]
         pixel = f"%[hex:u.p{{{x},{y}}}]"

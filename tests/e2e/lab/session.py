@@ -94,7 +94,7 @@ class Lab:
     def windows_path(self, path):
         return Tree(self.folder, self.drive).windows(path)
 
-    def start(self, program, args=(), answers=(), timeout=60, *, raw_command_line=None, env=None, unix_env=None,
+    def start(self, program, args=(), answers=(), timeout=180, *, raw_command_line=None, env=None, unix_env=None,
               cwd=None, strict=True, poll_ms=10):
         """Starts a program and gives a LaunchHandle.
 
@@ -119,7 +119,7 @@ class Lab:
         self._runs.append(run)  # tests may start runs from several threads; appending is atomic
         return run
 
-    def run(self, program, args=(), answers=(), timeout=60, **options):
+    def run(self, program, args=(), answers=(), timeout=180, **options):
         """Runs a program to its end and gives the RunResult; options as for start()."""
         return self.start(program, args, answers, timeout, **options).wait()
 

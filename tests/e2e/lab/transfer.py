@@ -118,9 +118,10 @@ class Cache:
         return self.folder(source) / f"{payload.sha256}.resume"
 
     def trace(self, source=None):
-        """The lines of the trace as dicts."""
+        """The lines of the trace as dicts; one that is just being written does not count yet."""
         path = self.folder(source) / "download-trace.jsonl"
-        return [json.loads(line) for line in path.read_text(encoding="utf-8").splitlines()] if path.exists() else []
+        lines = path.read_text(encoding="utf-8").splitlines(keepends=True) if path.exists() else []
+        return [json.loads(line) for line in lines if line.endswith("\n")]
 
     def leave(self, payload, length, etag='"one"', url=None, source=None):
         """Puts the payload's first bytes there with the resume file that vouches for them."""

@@ -5,7 +5,8 @@
 // itself failed. The result file:
 //   {"started", "start_error", "launcher_exited", "exit_code", "launcher_ms", "job_ms", "timed_out", "stopped",
 //    "job_empty", "answers_left", "events": [...]}
-// Times are milliseconds since the program was let go. `job_ms` is when its last process ended, whichever that was.
+// Times are milliseconds since the program was let go. `job_ms` is when its last process ended, whichever that was. A
+// look at the windows comes some time after what it finds: `look_before_ms` is when it was not there yet.
 
 #include <windows.h>
 
@@ -180,7 +181,7 @@ class Run {
         : request_(std::move(request)),
           journal_(request_.events),
           control_(request_.control),
-          watch_(request_.answers, [this](std::string line) { journal_.Tell(std::move(line), clock_.Ms()); }) {}
+          watch_(request_.answers, [this](const std::string& line) { TellLook(line); }) {}
 
     bool Perform() {
         if (!MakeJob(job_)) return false;
@@ -200,11 +201,21 @@ class Run {
         while (!outcome_.jobEmpty && clock_.Ms() < request_.timeoutMs) {
             TakeJobMessages(request_.pollMs);
             if (outcome_.jobEmpty) break;
-            watch_.Look(job_.processes);
+            Look();
             ObeyControl();
             StopIfAsked();
         }
         if (!outcome_.jobEmpty) EndOverdueJob();
+    }
+
+    void Look() {
+        const double begun = clock_.Ms();
+        watch_.Look(job_.processes);
+        lookBeforeMs_ = begun;
+    }
+
+    void TellLook(const std::string& line) {
+        journal_.Tell(line + ", \"look_before_ms\": " + std::to_string(lookBeforeMs_), clock_.Ms());
     }
 
     /// Waits for one message of the job, then takes all that are there.
@@ -293,6 +304,7 @@ class Run {
     Journal journal_;
     ControlFile control_;
     Watch watch_;
+    double lookBeforeMs_ = 0;
     Job job_;
     Outcome outcome_;
 };
