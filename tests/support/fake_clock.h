@@ -10,8 +10,8 @@
 namespace test_support {
 
 /// Time as this program sees it, for the life of the object: `Sleep` returns at once and moves the clock that
-/// `GetTickCount64` shows, which otherwise goes on as it does. Waits on events and the network's own time-outs stay
-/// real. At most one object at a time.
+/// `GetTickCount64` shows, which otherwise stands still, so that no busy machine adds to what a test measures. Waits on
+/// events and the network's own time-outs stay real. At most one object at a time.
 class FakeClock {
   public:
     /// Moves the clock ahead. Any thread.
@@ -33,11 +33,12 @@ class FakeClock {
         if (ms > longest_) longest_ = ms;
     }
 
+    const std::uint64_t startMs_ = GetTickCount64();
     std::atomic<std::uint64_t> ahead_{0};
     std::atomic<std::uint64_t> slept_{0};
     std::atomic<std::uint64_t> longest_{0};
     OnSleep onSleep_{[this](DWORD ms) { Skip(ms); }};
-    OnTick onTick_{[this] { return OnTick::Original() + ahead_; }};
+    OnTick onTick_{[this] { return startMs_ + ahead_; }};
 };
 
 }  // namespace test_support

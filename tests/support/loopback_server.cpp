@@ -1,14 +1,18 @@
 #include "tests/support/loopback_server.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 
 namespace test_support {
 namespace {
 
-constexpr long kPollMicroseconds = 20000;         // how soon a thread sees that the server ends
-constexpr std::uint64_t kLongestStallMs = 20000;  // a client that waits for longer fails its test rather than hang it
+constexpr long kPollMicroseconds = 20000;  // how soon a thread sees that the server ends
+
+/// A client that waits for longer fails its test rather than hang it. By a clock that no test moves or stops.
+using Clock = std::chrono::steady_clock;
+constexpr std::chrono::seconds kLongestStall{20};
 
 void Require(bool good, const char* what) {
     if (good) return;
@@ -31,6 +35,19 @@ sockaddr_in Loopback(unsigned short port) {
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     return address;
+}
+
+/// A socket at a port of its own, which its caller asks for.
+SOCKET BindToAnyPort(unsigned short& port) {
+    StartWinsock();
+    const SOCKET bound = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    Require(bound != INVALID_SOCKET, "socket");
+    sockaddr_in address = Loopback(0);
+    int length = sizeof(address);
+    Require(bind(bound, reinterpret_cast<const sockaddr*>(&address), length) == 0, "bind");
+    Require(getsockname(bound, reinterpret_cast<sockaddr*>(&address), &length) == 0, "getsockname");
+    port = ntohs(address.sin_port);
+    return bound;
 }
 
 /// Waits a moment for something to read, or for the other side's close.
@@ -76,8 +93,8 @@ void LoopbackServer::Exchange::Reset() {
 
 bool LoopbackServer::Exchange::AwaitClientClose() {
     char byte = 0;
-    const std::uint64_t end = GetTickCount64() + kLongestStallMs;
-    while (!server_.Ending() && GetTickCount64() < end) {
+    const Clock::time_point end = Clock::now() + kLongestStall;
+    while (!server_.Ending() && Clock::now() < end) {
         if (IsReadable(socket_) && recv(socket_, &byte, 1, 0) <= 0) return true;
     }
     return false;
@@ -108,15 +125,8 @@ bool LoopbackServer::Exchange::AwaitNextRequest() {
 
 LoopbackServer::LoopbackServer(Script script)
     : script_(std::move(script)), ending_(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
-    StartWinsock();
-    listener_ = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-    Require(listener_ != INVALID_SOCKET, "socket");
-    sockaddr_in address = Loopback(0);
-    int length = sizeof(address);
-    Require(bind(listener_, reinterpret_cast<const sockaddr*>(&address), length) == 0, "bind");
+    listener_ = BindToAnyPort(port_);
     Require(listen(listener_, SOMAXCONN) == 0, "listen");
-    Require(getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) == 0, "getsockname");
-    port_ = ntohs(address.sin_port);
     acceptor_ = std::thread([this] { Accept(); });
 }
 
@@ -171,15 +181,21 @@ void LoopbackServer::Serve(SOCKET socket) {
 bool LoopbackServer::ReadHead(SOCKET socket, std::string& head) const {
     head.clear();
     char block[4096];
-    const std::uint64_t end = GetTickCount64() + kLongestStallMs;
+    const Clock::time_point end = Clock::now() + kLongestStall;
     while (!head.ends_with("\r\n\r\n")) {
-        if (Ending() || GetTickCount64() >= end) return false;
+        if (Ending() || Clock::now() >= end) return false;
         if (!IsReadable(socket)) continue;
         const int received = recv(socket, block, sizeof(block), 0);
         if (received <= 0) return false;
         head.append(block, static_cast<std::size_t>(received));
     }
     return true;
+}
+
+ClosedPort::ClosedPort() : socket_(BindToAnyPort(port_)) {}
+
+ClosedPort::~ClosedPort() {
+    closesocket(socket_);
 }
 
 }  // namespace test_support

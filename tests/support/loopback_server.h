@@ -93,6 +93,22 @@ class LoopbackServer {
     std::thread acceptor_;
 };
 
+/// A port on 127.0.0.1 that refuses every connection. It is kept from everybody else for the life of the object: a port
+/// that is merely free may get a listener of another program before the client asks.
+class ClosedPort {
+  public:
+    ClosedPort();
+    ClosedPort(const ClosedPort&) = delete;
+    ClosedPort& operator=(const ClosedPort&) = delete;
+    ~ClosedPort();
+
+    [[nodiscard]] unsigned short Number() const { return port_; }
+
+  private:
+    unsigned short port_ = 0;
+    SOCKET socket_;
+};
+
 /// A manual-reset event for tests that hand a turn from one thread to another.
 class Signal {
   public:

@@ -373,18 +373,13 @@ TEST_F(WorkerMessageTest, BurstsOfFileStages_UpdateTheWindowAFewTimesOnly) {
     Open();
     const auto settings = Connect();
     status_.counters.enabled = true;
+    test_support::FakeClock clock;
     OnWorker([&] {
-        const auto begin = std::chrono::steady_clock::now();
-        const auto elapsed = [&] {
-            return static_cast<std::uint64_t>(
-                std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin)
-                    .count());
-        };
-        for (std::uint64_t now = 0; now < 900; now = elapsed()) {
+        for (std::uint64_t now = 0; now < 900; now += 5) {
             const Stage stage = now < 450 ? Stage::CheckingFiles : Stage::VerifyingFiles;
             for (int event = 0; event < 100; ++event)
                 settings.onStage(stage, L"", now, 1000);
-            Sleep(5);  // the work between two bursts
+            clock.Advance(5);  // the work between two bursts
         }
         settings.onStage(Stage::VerifyingFiles, L"", 1000, 1000);
     });

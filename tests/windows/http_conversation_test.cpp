@@ -10,16 +10,19 @@
 namespace launcher_download {
 namespace {
 
+using test_support::ClosedPort;
 using test_support::LoopbackServer;
 using test_support::Reply;
 using Exchange = LoopbackServer::Exchange;
 
+constexpr int kPatienceMs = 20000;  // no test waits that long unless its server falls silent on purpose
+
 ConversationPolicy PlainPolicy() {
     return {
         .userAgent = L"Conversation Test",
-        .session = {1000, 1000, 1000, 1000},
-        .request = Timeouts{1000, 1000, 1000, 1000},
-        .headerWaitMs = 1000,
+        .session = {kPatienceMs, kPatienceMs, kPatienceMs, kPatienceMs},
+        .request = Timeouts{kPatienceMs, kPatienceMs, kPatienceMs, kPatienceMs},
+        .headerWaitMs = kPatienceMs,
         .redirects = Redirects::never,
         .secure = false,
         .cookies = false,
@@ -146,9 +149,11 @@ TEST(HttpConversation, Cookies_AreSentBackOnlyWhereThePolicyAllows) {
 
 TEST(HttpConversation, AStalledHeader_EndsAtThePolicysWait) {
     LoopbackServer server([](Exchange& exchange) { exchange.AwaitClientClose(); });
+    ConversationPolicy policy = PlainPolicy();
+    policy.headerWaitMs = 1000;
     HttpConversation conversation({});
     const std::uint64_t start = GetTickCount64();
-    EXPECT_EQ(Ask(conversation, At(server, L"/"), PlainPolicy()), 0u);
+    EXPECT_EQ(Ask(conversation, At(server, L"/"), policy), 0u);
     EXPECT_LT(GetTickCount64() - start, 5000u);
 }
 
@@ -157,7 +162,8 @@ TEST(HttpConversation, Faults_NameTheirStep) {
     platform::UrlParts url;
     url.host = L"127.0.0.1";
     url.path = L"/";
-    url.port = LoopbackServer(Reply{}).Port();
+    const ClosedPort port;
+    url.port = port.Number();
     ConversationPolicy policy = PlainPolicy();
     policy.session.receiveMs = -2;
     HttpConversation timeouts({});

@@ -1,7 +1,11 @@
 #include "tests/windows/transfer_fixture.h"
 
+#include "tests/support/stand_in.h"
+
 namespace launcher_download {
 namespace {
+
+using OnQueryAvailable = test_support::StandIn<"WinHttpQueryDataAvailable", decltype(WinHttpQueryDataAvailable)>;
 
 using Transfer_Cancel = TransferTest;
 
@@ -16,12 +20,18 @@ TEST_F(Transfer_Cancel, WhileConnecting_AsksNobody) {
 }
 
 TEST_F(Transfer_Cancel, WhileTheHeadersAreAwaited_EndsTheWait) {
+    Signal asked;
     Signal cancelled;
+    // The close is all that the client will ever get, and it has cancelled by then.
     LoopbackServer server([&](Exchange& exchange) {
-        cancelled.Set();
-        exchange.Pause(200);  // the client is in its wait by now; the close below is all that it will ever get
+        asked.Set();
+        exchange.Await(cancelled.Get());
     });
-    callbacks_.cancelled = [&] { return cancelled.IsSet(); };
+    callbacks_.cancelled = [&] {
+        const bool wanted = asked.IsSet();
+        if (wanted) cancelled.Set();
+        return wanted;
+    };
     const Result result = Fetch(server.Url());
     ExpectCancelled(result);
     EXPECT_EQ(result.httpStatus, 0u);
@@ -36,14 +46,21 @@ TEST_F(Transfer_Cancel, AsTheHeadersAreAccepted_StoresNothing) {
 }
 
 TEST_F(Transfer_Cancel, WhileTheBodyStalls_EndsTheWaitAndKeepsTheBytes) {
+    bool waiting = false;
+    const OnQueryAvailable available([&](HINTERNET handle, LPDWORD count) {
+        const BOOL begun = OnQueryAvailable::Original(handle, count);
+        waiting = FileLength(PartPath()) == 500;
+        return begun;
+    });
     Signal cancelled;
     LoopbackServer server([&](Exchange& exchange) {
         exchange.Send("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n" + payload_.substr(0, 500));
-        AwaitStored(exchange, 500);
-        cancelled.Set();
-        exchange.Pause(200);
+        exchange.Await(cancelled.Get());
     });
-    callbacks_.cancelled = [&] { return cancelled.IsSet(); };
+    callbacks_.cancelled = [&] {
+        if (waiting) cancelled.Set();
+        return waiting;
+    };
     ExpectCancelled(Fetch(server.Url()));
     EXPECT_EQ(ReadWholeFile(PartPath()), payload_.substr(0, 500));
 }

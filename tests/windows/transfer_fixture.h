@@ -23,6 +23,7 @@
 
 namespace launcher_download {
 
+using test_support::ClosedPort;
 using test_support::FakeClock;
 using test_support::FileLength;
 using test_support::LoopbackServer;

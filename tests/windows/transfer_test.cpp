@@ -222,8 +222,9 @@ TEST_F(Transfer_Success, BytesHeldBackByTheServer_AreReportedAsTheyCome) {
     Signal firstHalfSeen;
     LoopbackServer server([&](Exchange& exchange) {
         exchange.Send("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n");
-        // The next chunk is reported once a delivery is due again, for which the client's own polling is the clock.
-        exchange.Pause(300);
+        // The next chunk is reported if a delivery is due again.
+        exchange.AwaitUntil([this] { return phase_ == Phase::receiving; });
+        clock_.Advance(300);
         exchange.Send(payload_.substr(0, 500));
         exchange.Await(firstHalfSeen.Get());
         exchange.Send(payload_.substr(500));
