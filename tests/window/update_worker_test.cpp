@@ -112,7 +112,7 @@ TEST_F(UpdateWorkerTest, Thread_NotStarted_GivesFalseAndRunsNothing) {
 
 TEST_F(UpdateWorkerTest, Thread_Started_HasNoFlagsAndItsHandleIsClosed) {
     Open();
-    HANDLE thread = nullptr;
+    std::atomic<HANDLE> thread{nullptr};
     using OnBegin = StandIn<"_beginthreadex", decltype(_beginthreadex)>;
     const OnBegin begin([&](void* security, unsigned stack, unsigned(__stdcall * start)(void*), void* argument,
                             unsigned flags, unsigned* id) {
@@ -123,9 +123,15 @@ TEST_F(UpdateWorkerTest, Thread_Started_HasNoFlagsAndItsHandleIsClosed) {
         thread = reinterpret_cast<HANDLE>(handle);
         return handle;
     });
+    // Counted as it is closed: behind that its value may be another handle's.
+    std::atomic<int> closed{0};
+    using OnCloseHandle = StandIn<"CloseHandle", decltype(CloseHandle)>;
+    const OnCloseHandle close([&](HANDLE handle) {
+        if (handle == thread && handle != nullptr) ++closed;
+        return OnCloseHandle::Original(handle);
+    });
     ASSERT_TRUE(RunUpdateWorker(&status_, Applied, result_));
-    DWORD flags = 0;
-    EXPECT_FALSE(GetHandleInformation(thread, &flags));
+    EXPECT_EQ(closed, 1);
 }
 
 TEST_F(UpdateWorkerTest, Wait_TakesOnlyInputAndTheThreadWithoutLimit) {

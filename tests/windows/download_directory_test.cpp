@@ -121,7 +121,7 @@ bool MakeDirectoryLink(const std::wstring& link, const std::wstring& target) {
     const platform::KernelHandle thread(process.hThread);
     const platform::KernelHandle ended(process.hProcess);
     // The handle may not speak for a program that is none of Windows'; the link itself does.
-    for (int i = 0; i < 100 && GetFileAttributesW(link.c_str()) == INVALID_FILE_ATTRIBUTES; ++i) {
+    for (int i = 0; i < 1500 && GetFileAttributesW(link.c_str()) == INVALID_FILE_ATTRIBUTES; ++i) {
         WaitForSingleObject(GetCurrentThread(), 20);
     }
     return (GetFileAttributesW(link.c_str()) & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
