@@ -8,6 +8,7 @@
 #include "platform/unique_handle.h"
 #include "product/locations.h"
 #include "update/files/durable_write.h"
+#include "update/workflow/settings_file.h"
 
 namespace launcher_shell {
 namespace {
@@ -47,7 +48,7 @@ ConfigurationStatus ReadLauncherConfiguration(const std::wstring& path, Launcher
         error = kCannotRead;
         return ConfigurationStatus::unusable;
     }
-    const std::string bytes = ReadAtMost(file.Get(), kMaxConfigurationBytes + 1);
+    const std::string bytes = ReadAtMost(file.Get(), launcher_update::kMaxSettingsBytes + 1);
     return ParseLauncherConfiguration(bytes, configuration, error) ? ConfigurationStatus::read
                                                                    : ConfigurationStatus::unusable;
 }

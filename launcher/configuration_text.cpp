@@ -8,6 +8,7 @@
 #include "product/locations.h"
 #include "update/manifest/json_reader.h"
 #include "update/manifest/version.h"
+#include "update/workflow/settings_file.h"
 
 namespace launcher_shell {
 namespace {
@@ -130,7 +131,7 @@ bool IsSafeConfigurationPath(std::wstring_view text, bool allowFolders) {
 }
 
 bool ParseLauncherConfiguration(std::string_view bytes, LauncherConfiguration& configuration, std::wstring& error) {
-    if (bytes.empty() || bytes.size() > kMaxConfigurationBytes) return Fail(error, kEmptyOrTooLarge);
+    if (bytes.empty() || bytes.size() > launcher_update::kMaxSettingsBytes) return Fail(error, kEmptyOrTooLarge);
     std::wstring text;
     if (!launcher_update::DecodeUtf8Document(bytes, text)) return Fail(error, kNotUtf8);
     LauncherConfiguration read;

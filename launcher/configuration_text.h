@@ -11,7 +11,6 @@
 
 namespace launcher_shell {
 
-inline constexpr std::size_t kMaxConfigurationBytes = 65536;
 inline constexpr std::int32_t kDefaultIntervalMinutes = 15;
 inline constexpr std::int32_t kMaxIntervalMinutes = 43200;  // 30 days
 

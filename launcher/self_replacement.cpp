@@ -13,8 +13,8 @@
 #include "update/files/file_hashing.h"
 #include "update/files/file_io.h"
 #include "update/files/paths.h"
-#include "update/manifest/json_reader.h"
 #include "update/manifest/sha256_text.h"
+#include "update/workflow/settings_file.h"
 
 namespace launcher_shell {
 namespace {
@@ -141,19 +141,11 @@ ExitWith MoveIntoPlace(Replacement& run) {
     return LeaveWithoutReplacement(run, kTargetStayedLocked);
 }
 
-/// What the next start would refuse to read is not written.
-bool IsReadableAsConfiguration(const std::wstring& text) {
-    return platform::EncodeUtf8(text).size() <= kMaxConfigurationBytes;
-}
-
 bool UpdateLauncherVersion(const std::wstring& configurationPath, const std::wstring& version) {
-    std::string bytes;
-    std::wstring text;
-    std::wstring replaced;
-    return launcher_update::ReadFileLimited(configurationPath, kMaxConfigurationBytes, bytes) &&
-           launcher_update::DecodeUtf8Document(bytes, text) && ReplaceLauncherVersion(text, version, replaced) &&
-           IsReadableAsConfiguration(replaced) &&
-           launcher_update::WriteLauncherFileAtomically(configurationPath, replaced);
+    const auto replace = [&version](std::wstring_view text, std::wstring& replaced) {
+        return ReplaceLauncherVersion(text, version, replaced);
+    };
+    return launcher_update::RewriteSettings(configurationPath, replace, launcher_update::WriteLauncherFileAtomically);
 }
 
 /// By way of a copy and a rename: copying over the launcher itself could leave half of one.

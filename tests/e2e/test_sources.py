@@ -156,12 +156,18 @@ def test_server_that_never_answers_delays_the_start_by_its_time_outs_only(lab, t
     before = tree.snapshot(exclude=STATE)
     lab.set_mode(names.PRIMARY_MANIFEST, mode)
     lab.set_mode(names.BACKUP, mode)
-    result = lab.run(tree)
-    assert_kept(tree, result, before)
-    # From the first look at the window to the first at the outcome: what comes before and behind is no waiting.
-    waited = (result.windows[-1].ms - result.windows[0].ms) / 1000
-    assert waited < seconds + 2, "the start was delayed beyond the time-outs"
-    assert waited > seconds / 4, "the server did not stall at all"
+
+    def wait():
+        """Seconds from the first look at the window to the first at the outcome: what comes before and behind is no
+        waiting."""
+        result = lab.run(tree)
+        assert_kept(tree, result, before)
+        return (result.windows[-1].ms - result.windows[0].ms) / 1000
+
+    # A busy machine only adds to a wait.
+    least = next((waited for waited in (wait() for _ in range(3)) if waited < seconds + 0.5), None)
+    assert least is not None, "the start was delayed beyond the time-outs"
+    assert least > seconds / 4, "the server did not stall at all"
 
 
 # Two sources that disagree.

@@ -334,6 +334,12 @@ TEST(AcceptText, EveryKind_TakesWhatItMust) {
     }
 }
 
+TEST(NumberIn, ItsDigits_AreRead) {
+    EXPECT_EQ(NumberIn(L"0"), 0u);
+    EXPECT_EQ(NumberIn(L"0050"), 50u);
+    EXPECT_EQ(NumberIn(L"18446744073709551615"), 0xFFFFFFFFFFFFFFFFu);
+}
+
 // --- Paths ---
 
 TEST(IsPath, PathsAreAskedOfWindows_AndNothingElse) {
